@@ -1,0 +1,5 @@
+find_package(Poco COMPONENTS Foundation)
+if(Poco_FOUND)
+  target_link_libraries(bench_paths PRIVATE Poco::Foundation)
+  target_compile_definitions(bench_paths PRIVATE HAVE_POCO)
+endif()

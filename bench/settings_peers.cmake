@@ -1,0 +1,8 @@
+find_package(PkgConfig)
+if(PkgConfig_FOUND)
+  pkg_check_modules(LMDB IMPORTED_TARGET lmdb)
+endif()
+if(LMDB_FOUND)
+  target_link_libraries(bench_settings PRIVATE PkgConfig::LMDB)
+  target_compile_definitions(bench_settings PRIVATE HAVE_LMDB)
+endif()
