@@ -1,0 +1,131 @@
+#pragma once
+// The hash table under the string maps. Keys are stored as written and found exactly; a key is
+// placed by the hash of its folded text, so that a search that ignores case is a hash search too.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "qelbase/export.h"
+
+namespace qel::framework {
+
+// Equal for texts that are equal but for case (sys::ToLower).
+[[nodiscard]] QELBASE_API std::uint32_t FoldedHash(std::wstring_view text);
+[[nodiscard]] QELBASE_API bool EqualFolded(std::wstring_view a, std::wstring_view b);
+
+// The links and the key of an entry; the value stands in front of it, the text behind it. An entry
+// never moves while it lives.
+struct StringTableEntry {
+  StringTableEntry* next;  // in the order of insertion
+  StringTableEntry* previous;
+  std::uint64_t age;  // grows with each insertion
+  std::uint32_t hash;
+  std::uint32_t length;
+
+  const wchar_t* text() const { return reinterpret_cast<const wchar_t*>(this + 1); }
+  std::wstring_view key() const { return {text(), length}; }
+};
+
+// Slots and links, independent of the value. Open addressing with linear search, a load of at most
+// one half, no tombstones. Not thread-safe; searches change nothing.
+class QELBASE_API StringTableIndex {
+ public:
+  StringTableIndex() = default;
+  ~StringTableIndex();
+  StringTableIndex(const StringTableIndex&) = delete;
+  StringTableIndex& operator=(const StringTableIndex&) = delete;
+
+  std::size_t size() const { return m_size; }
+  StringTableEntry* first() const { return m_first; }
+
+  StringTableEntry* find(std::wstring_view key) const;
+  // The exact key, else the oldest one that is equal but for its case.
+  StringTableEntry* findFolded(std::wstring_view key) const;
+
+  void insert(StringTableEntry* entry);  // takes key and hash from it; the key must be new
+  void erase(StringTableEntry* entry);   // out of slots and links; the caller frees it
+  void clear();                          // forgets all entries and gives the slots back
+  void reserve(std::size_t entries);
+
+ private:
+  struct Slot {
+    StringTableEntry* entry;
+    std::uint32_t hash;
+  };
+
+  void place(StringTableEntry* entry);
+  void grow(std::size_t slots);
+  std::size_t home(std::uint32_t hash) const { return hash & m_mask; }
+
+  Slot* m_slots = nullptr;
+  std::size_t m_mask = 0;
+  std::size_t m_size = 0;
+  std::uint64_t m_age = 0;
+  StringTableEntry* m_first = nullptr;
+  StringTableEntry* m_last = nullptr;
+};
+
+// The table with its values. References to values stay valid until their key is removed.
+template <typename Value>
+class StringTable {
+ public:
+  StringTable() = default;
+  ~StringTable() { clear(); }
+  StringTable(const StringTable&) = delete;
+  StringTable& operator=(const StringTable&) = delete;
+
+  std::size_t size() const { return m_index.size(); }
+  StringTableEntry* first() const { return m_index.first(); }
+  StringTableEntry* find(std::wstring_view key) const { return m_index.find(key); }
+  StringTableEntry* findFolded(std::wstring_view key) const { return m_index.findFolded(key); }
+  void reserve(std::size_t entries) { m_index.reserve(entries); }
+
+  static Value& valueOf(StringTableEntry* entry) { return nodeOf(entry)->value; }
+
+  StringTableEntry* add(std::wstring_view key) {
+    m_index.reserve(m_index.size() + 1);  // what can fail comes first
+    const std::size_t bytes = sizeof(Node) + (key.size() + 1) * sizeof(wchar_t);
+    auto* node = new (::operator new(bytes)) Node{};
+    auto* text = reinterpret_cast<wchar_t*>(&node->entry + 1);
+    std::memcpy(text, key.data(), key.size() * sizeof(wchar_t));
+    text[key.size()] = L'\0';
+    node->entry.length = static_cast<std::uint32_t>(key.size());
+    node->entry.hash = FoldedHash(key);
+    m_index.insert(&node->entry);
+    return &node->entry;
+  }
+
+  void remove(StringTableEntry* entry) {
+    m_index.erase(entry);
+    destroy(entry);
+  }
+
+  void clear() {
+    StringTableEntry* entry = m_index.first();
+    m_index.clear();
+    while (entry) destroy(std::exchange(entry, entry->next));
+  }
+
+ private:
+  struct Node {
+    Value value;
+    StringTableEntry entry;
+  };
+
+  static Node* nodeOf(StringTableEntry* entry) {
+    return reinterpret_cast<Node*>(reinterpret_cast<char*>(entry) - offsetof(Node, entry));
+  }
+  static void destroy(StringTableEntry* entry) {
+    Node* node = nodeOf(entry);
+    node->~Node();
+    ::operator delete(node);
+  }
+
+  StringTableIndex m_index;
+};
+
+}  // namespace qel::framework

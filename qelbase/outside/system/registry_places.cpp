@@ -1,0 +1,141 @@
+// Where the hives lie, and the keys that hang between them.
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include "qelbase/outside/system/environment_internal.h"
+#include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/registry_internal.h"
+#include "qelbase/outside/system/text.h"
+
+namespace qel::sys::registry {
+
+namespace {
+
+struct Hives {
+  std::mutex mutex;
+  std::map<std::string, std::unique_ptr<Hive>> by_file;
+  std::vector<std::unique_ptr<Hive>> hardware;
+  Hive* user = nullptr;
+  Hive* machine = nullptr;
+};
+
+// Calls may still come while the process ends.
+Hives& hives() {
+  static Hives& kept = *new Hives;
+  return kept;
+}
+
+template <typename Visit>
+void forEachHive(Visit visit) {
+  for (const auto& [file, hive] : hives().by_file) visit(*hive);
+  for (const auto& hive : hives().hardware) visit(*hive);
+}
+
+void beforeFork() {
+  LockNotices();
+  ForkGate().lock();
+  LockHandles();
+  hives().mutex.lock();
+  forEachHive([](Hive& hive) { hive.prepareFork(); });
+}
+
+void afterFork(bool in_child) {
+  forEachHive([&](Hive& hive) { hive.afterFork(in_child); });
+  hives().mutex.unlock();
+  UnlockHandles();
+  UnlockAfterFork(ForkGate(), in_child);
+  UnlockNotices(in_child);
+}
+
+void watchForks() {
+  static const int kOnce = pthread_atfork(
+      beforeFork, [] { afterFork(false); }, [] { afterFork(true); });
+  (void)kOnce;
+}
+
+std::string folderOf(const char* variable, const std::string& otherwise) {
+  // By the XDG rules a relative name counts as none.
+  const std::string value = NativeEnvironmentValue(variable);
+  return !value.empty() && value[0] == '/' ? value : otherwise;
+}
+
+std::string userFolder() {
+  std::string own = NativeEnvironmentValue("QEL_REGISTRY");
+  if (!own.empty()) return own;
+  const std::string home = folderOf("HOME", "/");
+  return folderOf("XDG_CONFIG_HOME", (home == "/" ? "" : home) + "/.config") + "/qelbase/registry";
+}
+
+std::string machineFolder() {
+  std::string own = NativeEnvironmentValue("QEL_REGISTRY");
+  if (!own.empty()) return own;
+  const std::string folders = NativeEnvironmentValue("XDG_CONFIG_DIRS");
+  const std::string first = folders.substr(0, folders.find(':'));
+  return (!first.empty() && first[0] == '/' ? first : "/etc/xdg") + "/qelbase/registry";
+}
+
+Hive& addHive(Hive::Plan plan) {
+  auto& hive = hives().by_file[plan.file];
+  if (!hive) hive = std::make_unique<Hive>(std::move(plan));
+  return *hive;
+}
+
+void placeHives(const std::string& user_folder, const std::string& machine_folder) {
+  watchForks();
+  Hives& all = hives();
+  all.user = &addHive({.file = user_folder + "/user.hive",
+                       .mode = 0600,
+                       .roots = kRoot,
+                       .first_keys = {L"Software\\Classes"}});
+  all.machine = &addHive({.file = machine_folder + "/machine.hive",
+                          .mode = 0644,
+                          .roots = kPerformanceRoot,
+                          .first_keys = {L"Software\\Classes", L"System"},
+                          .may_be_missing = true});
+  if (!all.machine->mounts().empty()) return;
+  all.hardware.push_back(std::make_unique<Hive>(Hive::Plan{.file = {}, .is_hardware = true}));
+  all.machine->mounts() = {{kRoot, L"HARDWARE", all.hardware.back().get()},
+                           {kUsersRoot, UserKeyName(), all.user}};
+}
+
+Hive& placed(Hive* Hives::*hive) {
+  const std::scoped_lock lock(hives().mutex);
+  if (!hives().user) placeHives(userFolder(), machineFolder());
+  return *(hives().*hive);
+}
+
+}  // namespace
+
+std::shared_mutex& ForkGate() {
+  static std::shared_mutex& kept = *new std::shared_mutex;
+  return kept;
+}
+
+Hive& UserHive() {
+  return placed(&Hives::user);
+}
+
+Hive& MachineHive() {
+  return placed(&Hives::machine);
+}
+
+Hive& HiveOfFile(const std::string& native) {
+  const std::scoped_lock lock(hives().mutex);
+  return addHive({.file = native});
+}
+
+std::wstring UserKeyName() {
+  return std::to_wstring(geteuid());
+}
+
+void UseRegistryFolder(const std::string& native) {
+  ForgetKeys();
+  const std::scoped_lock lock(hives().mutex);
+  forEachHive([](Hive& hive) {
+    if (!hive.file().empty()) hive.close();
+  });
+  placeHives(native, native);
+}
+
+}  // namespace qel::sys::registry
