@@ -1,0 +1,214 @@
+#include "qelbase/paths/MTempCleaner.h"
+
+#include <algorithm>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "qelbase/outside/components/logging.h"
+#include "qelbase/outside/system/clock.h"
+#include "qelbase/outside/system/environment.h"
+#include "qelbase/outside/system/environment_internal.h"
+#include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/files.h"
+#include "qelbase/outside/system/files_internal.h"
+#include "qelbase/outside/system/listings_internal.h"
+#include "qelbase/paths/folder_functions.h"
+#include "qelbase/paths/run_folders_internal.h"
+
+namespace {
+
+using namespace qel::sys;
+
+// Names that are taken are skipped up to here; nobody starts so many runs in one second.
+constexpr unsigned kMostAttempts = 100'000;
+
+void LogFailure(const CStringW& folder, std::uint32_t code) {
+  using namespace QelSDK::Common::Logging;
+  LogMessage message(L"In MTempCleaner::Init() : Could not take the folder '");
+  message << folder.GetString() << L"' : " << code;
+  GetLogger(L"lib.qelbase").LogFailure(message);
+}
+
+CStringW TimePart() {
+  const std::tm now = LocalTime();
+  char text[16] = {};
+  std::strftime(text, sizeof text, "_%H_%M_%S_", &now);
+  return CStringW(text);
+}
+
+CStringW Parent(const CStringW& path) {
+  return path.Left(path.ReverseFind(L'\\'));
+}
+
+// Whether the next attempt may do better: the name was taken, or a sweep of another run passed by
+// between the creation and the lock.
+bool IsCuredByAnotherAttempt(std::uint32_t code) {
+  return code == ERROR_ALREADY_EXISTS || code == ERROR_FILE_NOT_FOUND ||
+         code == ERROR_PATH_NOT_FOUND || code == ERROR_SHARING_VIOLATION;
+}
+
+// 0 or the code. The folder is made here or not at all.
+std::uint32_t CreateAndLock(const CStringW& folder, MFolderLocker& lock, bool& created) {
+  created = false;
+  const std::uint32_t code = CreatePrivateFolder(folder);
+  if (code != 0) return code;
+  created = true;
+  return lock.Lock(folder);
+}
+
+bool IsDots(const std::wstring& name) {
+  return name == L"." || name == L"..";
+}
+
+bool HasArchive(const CStringW& path) {
+  const DWORD attributes = GetFileAttributesW(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_ARCHIVE) != 0;
+}
+
+}  // namespace
+
+MTempCleaner::MTempCleaner(const wchar_t* name, const MFileName* file) : m_entry_name(name) {
+  SetFileName(file);
+}
+
+MTempCleaner::MTempCleaner(const CStringW& name, const MFileName* file)
+    : MTempCleaner(name.GetString(), file) {}
+
+MTempCleaner::~MTempCleaner() {
+  Finish();
+}
+
+void MTempCleaner::SetEntryName(const wchar_t* name) {
+  if (m_active || !name) return;
+  MFileName file(name, false);
+  file.MAKE_SAFE();
+  m_entry_name = file.GET_FILE_PART();
+}
+
+void MTempCleaner::SetEntryName(const CStringW& name) {
+  SetEntryName(name.GetString());
+}
+
+void MTempCleaner::SetFileName(const MFileName* file) {
+  if (!file) return;
+  m_file_name = *file;
+  m_use_file = true;
+}
+
+// Sets m_cur_path to a new folder that m_lock holds; false, and the reason is logged, if there is
+// none to be had.
+bool MTempCleaner::_TakeFolder() {
+  std::uint32_t code = 0;
+  for (unsigned attempt = 1; attempt <= kMostAttempts; ++attempt) {
+    m_cur_path = m_old_tmp + m_entry_name + TimePart();
+    m_cur_path.AppendFormat(L"%lu", static_cast<unsigned long>(attempt));
+    if (!m_old_tmp.IsEmpty()) mkdirchain(Parent(m_cur_path));
+    bool created = false;
+    code = CreateAndLock(m_cur_path, m_lock, created);
+    if (code == 0) return true;
+    // A folder that can't be created below a missing root is missing for good.
+    if (!IsCuredByAnotherAttempt(code) || (!created && code != ERROR_ALREADY_EXISTS)) {
+      if (created) RemoveDirectoryW(m_cur_path);
+      break;
+    }
+  }
+  LogFailure(m_cur_path, code);
+  m_cur_path.Empty();
+  return false;
+}
+
+void MTempCleaner::Init() {
+  if (m_active) return;
+  if (m_use_file) {
+    m_old_tmp = m_file_name.GET();
+    m_old_temp = m_old_tmp;
+  } else {
+    m_old_tmp = EnvironmentValue(L"TMP").value_or(L"");
+    m_old_temp = EnvironmentValue(L"TEMP").value_or(L"");
+  }
+  AssurePath(m_old_tmp);
+  if (!_TakeFolder()) return;
+  qel::paths::DescribeHolder(m_cur_path);
+  m_active = true;
+  _SetTmpPath(m_cur_path, true);
+  _SetTmpPath(m_cur_path, false);
+  _DeletePath(m_old_tmp, m_entry_name + L"*");
+}
+
+void MTempCleaner::Finish() {
+  if (!m_active) return;
+  _SetTmpPath(m_old_tmp, true);
+  _SetTmpPath(m_old_temp, false);
+  m_lock.Unlock();
+  _DeletePath(m_cur_path, nullptr);
+  m_active = false;
+}
+
+void MTempCleaner::Pause() {
+  m_active = false;
+  _SetTmpPath(m_old_tmp, true);
+  _SetTmpPath(m_old_temp, false);
+}
+
+void MTempCleaner::Resume() {
+  m_active = true;
+  _SetTmpPath(m_cur_path, true);
+  _SetTmpPath(m_cur_path, false);
+}
+
+std::int32_t MTempCleaner::EnumerateRootTempFolders() {
+  return _DoOperationOnPath(OPERATION_COUNT, m_old_tmp, m_entry_name + L"*");
+}
+
+std::int32_t MTempCleaner::_SetTmpPath(const wchar_t* path, bool tmp) {
+  if (m_use_file) {
+    m_file_name.SET(path, true);
+  } else {
+    const CStringW name = tmp ? L"TMP=" : L"TEMP=";
+    _wputenv(name + path);
+  }
+  return 1;
+}
+
+std::int32_t MTempCleaner::_DeletePath(const wchar_t* path, const wchar_t* pattern) {
+  return _DoOperationOnPath(OPERATION_DELETE, path, pattern);
+}
+
+// Without an entry name every name answers to the pattern.
+bool MTempCleaner::_IsOurs(const wchar_t* entry) const {
+  return !m_entry_name.IsEmpty() || qel::paths::EntryNameOf(entry) == L"";
+}
+
+std::int32_t MTempCleaner::_DoOperationOnPath(EPathOperation operation, const wchar_t* path,
+                                              const wchar_t* pattern) {
+  if (!m_active) return 0;
+  CStringW folder = path;
+  if (pattern) AssurePath(folder);
+  std::vector<Entry> entries;
+  const CStringW search = pattern ? folder + pattern : folder;
+  if (ListEntries(search.GetString(), entries) != 0) return -1;
+  std::int32_t result = 1, count = 0;
+  for (const Entry& entry : entries) {
+    if (IsDots(entry.name) || entry.is_link || !_IsOurs(entry.name.c_str())) continue;
+    const CStringW full = pattern ? folder + entry.name.c_str() : folder;
+    if (operation == OPERATION_COUNT) {
+      count += entry.is_folder ? 1 : 0;
+    } else if (entry.is_folder) {
+      result -= std::max(qel::paths::DeleteRunFolder(full, m_probe_lock), 0);
+    } else if (HasArchive(full) && _wremove(full) != 0) {
+      --result;
+    }
+  }
+  return operation == OPERATION_COUNT ? count : result;
+}
+
+MTempCleaner::MPauser::MPauser(MTempCleaner* cleaner) : m_cleaner(cleaner) {
+  if (m_cleaner) m_cleaner->Pause();
+}
+
+MTempCleaner::MPauser::~MPauser() {
+  if (m_cleaner) m_cleaner->Resume();
+}
+
+MTempCleaner::MPauser& MTempCleaner::MPauser::operator=(const MPauser& other) = default;
