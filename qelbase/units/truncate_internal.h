@@ -1,0 +1,19 @@
+#pragma once
+// From floating point to whole numbers, in the one way of this room.
+
+#include <cmath>
+#include <cstdint>
+
+namespace qel::units {
+
+// Truncates towards zero and keeps the low bits of T's width, however large the number is. Infinity
+// and not-a-number give 0.
+template <class T>
+T Truncate(double value) {
+  static_assert(sizeof(T) <= sizeof(std::uint32_t));
+  if (std::fabs(value) < 0x1p63) return static_cast<T>(static_cast<std::int64_t>(value));
+  if (!std::isfinite(value)) return T{};
+  return static_cast<T>(static_cast<std::int64_t>(std::fmod(value, 0x1p32)));
+}
+
+}  // namespace qel::units
