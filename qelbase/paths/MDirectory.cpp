@@ -121,6 +121,7 @@ bool GET_PROJECT_DIRECTORY(MFileName& result) {
 
 bool IsDirectoryEmpty(const CStringW& path) {
   using namespace qel::sys;
+  if (path.IsEmpty()) return true;
   CStringW pattern = path;
   AssurePathAppend(pattern, L"*.*");
   WIN32_FIND_DATAW found;

@@ -137,6 +137,7 @@ TEST(Directory, KnowsEmptyFoldersAndRefusals) {
   const TempFolder folder;
   EXPECT_TRUE(MDirectory::IsDirectoryEmpty(folder.wide()));
   EXPECT_TRUE(MDirectory::IsDirectoryEmpty(folder.wide("none")));
+  EXPECT_TRUE(MDirectory::IsDirectoryEmpty(L""));  // which is no name of the current folder
   writeBytes(folder / ".hidden", "");
   EXPECT_FALSE(MDirectory::IsDirectoryEmpty(folder.wide()));
   EXPECT_TRUE(MDirectory::DirectoryHasAccess(folder.wide("none"), qel::sys::GENERIC_READ));
