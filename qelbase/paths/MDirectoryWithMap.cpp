@@ -72,9 +72,7 @@ void MDirectoryWithMap::ClearMapFromUnusedNames() {
 void MDirectoryWithMap::_AddName(const CStringW& name, std::uint16_t flags) {
   const std::int64_t place = m_names.Add(name);
   m_flags.Add(flags);
-  auto* exact = m_index.find(name.GetString());
-  if (!exact && m_index.findFolded(name.GetString())) m_has_twins = true;
-  Index::valueOf(exact ? exact : m_index.add(name.GetString())) = place;
+  _Index(name, place);
 }
 
 void MDirectoryWithMap::_SetRecord(const CStringW& name, const CStringW& mapped) {
@@ -96,12 +94,14 @@ void MDirectoryWithMap::_BuildIndex() const {
   m_index.clear();
   m_removed = 0;
   m_has_twins = false;
-  for (std::int64_t i = 0; i < m_names.GetSize(); ++i) {
-    const wchar_t* name = m_names[i].GetString();
-    auto* exact = m_index.find(name);
-    if (!exact && m_index.findFolded(name)) m_has_twins = true;
-    Index::valueOf(exact ? exact : m_index.add(name)) = i;
-  }
+  for (std::int64_t i = 0; i < m_names.GetSize(); ++i) _Index(m_names[i], i);
+}
+
+void MDirectoryWithMap::_Index(const CStringW& name, std::int64_t place) const {
+  auto* entry = m_index.findFolded(name.GetString());
+  m_has_twins = m_has_twins || entry;
+  if (!entry || entry->key() != name.GetString()) entry = m_index.add(name.GetString());
+  Index::valueOf(entry) = place;
 }
 
 std::int64_t MDirectoryWithMap::_Position(const wchar_t* name) const {

@@ -131,6 +131,7 @@ class QELBASE_API MDirectoryWithMap {
   void _RemoveRecord(const CStringW& name);
   std::int64_t _Position(const wchar_t* name) const;
   void _BuildIndex() const;
+  void _Index(const CStringW& name, std::int64_t place) const;
 
   std::uint32_t _KnowRecords(const CStringW& folder);
   bool _FindKnown(const CStringW& folder, const CStringW& name, CStringW& on_disk);
@@ -147,7 +148,7 @@ class QELBASE_API MDirectoryWithMap {
   Names m_mapped;                      // from mapped name to name
   mutable Index m_index;               // from name to its place, or to one behind it
   mutable std::int64_t m_removed = 0;  // names removed since the index was built
-  mutable bool m_has_twins = false;    // names that differ in case alone
+  mutable bool m_has_twins = false;    // names that are equal, or differ in case alone
   CStringW m_map_folder;               // the folder whose map file is known
   Names m_known;            // its records that are not in the map, from mapped name to name
   DWORD m_last_number = 0;  // of a generated name

@@ -215,6 +215,9 @@ TEST_F(MappedFolder, ReadingFollowsFlagsAndPatterns) {
   EXPECT_EQ(read(map, 20), 0);
   EXPECT_EQ(entries(map),
             (Entries{{L"a\\in\\deep", 4}, {L"a\\in", 4}, {L"a\\up", 4}, {L"a", 4}, {L"b", 4}}));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(map.Read(parent(), 8, nullptr, L"f.*", L"again"), 0);
+  EXPECT_EQ(map.RemoveName(L"again\\f.txt"), 8);
+  EXPECT_EQ(map.GetNameIndex(L"again\\F.txt"), 5);  // the other one
   EXPECT_EQ(map.Read(folder.wide("none").c_str(), 12, nullptr, nullptr, nullptr), 3);
   EXPECT_EQ(map.GetCount(), 0);
 }
