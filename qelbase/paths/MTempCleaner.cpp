@@ -195,8 +195,8 @@ std::int32_t MTempCleaner::_DoOperationOnPath(EPathOperation operation, const wc
     if (operation == OPERATION_COUNT) {
       count += entry.is_folder ? 1 : 0;
     } else if (entry.is_folder) {
-      result -= std::max(qel::paths::DeleteRunFolder(full, m_probe_lock), 0);
-    } else if (HasArchive(full) && _wremove(full) != 0) {
+      (void)qel::paths::DeleteRunFolder(full, m_probe_lock);
+    } else if (HasArchive(full) && qel::paths::IsOwn(full) && _wremove(full) != 0) {
       --result;
     }
   }

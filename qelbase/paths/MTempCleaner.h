@@ -65,8 +65,8 @@ class QELBASE_API MTempCleaner {
   std::int32_t _SetTmpPath(const wchar_t* path, bool tmp);  // else TEMP; 1
   std::int32_t _DeletePath(const wchar_t* path, const wchar_t* pattern);
   // Deletes or counts what answers to `pattern` in `path`; with a null pattern, `path` itself. The
-  // count, or 1 less the files that could not be deleted; 0 if not active; -1 if the listing can't
-  // begin.
+  // count, or 1 less the files right there that could not be deleted; 0 if not active; -1 if the
+  // listing can't begin.
   std::int32_t _DoOperationOnPath(EPathOperation operation, const wchar_t* path,
                                   const wchar_t* pattern);
 

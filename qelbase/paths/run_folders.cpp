@@ -37,6 +37,11 @@ std::string NativeOf(const wchar_t* folder, const wchar_t* tail) {
   return ToNative(path.GetString(), native) ? native : std::string();
 }
 
+bool LinkStatus(const wchar_t* path, struct stat& status) {
+  std::string native;
+  return ToNative(path, native) && Calls().lstat(native.c_str(), &status) == 0;
+}
+
 bool IsLink(const std::string& native) {
   struct stat status {};
   return Calls().lstat(native.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
@@ -129,11 +134,14 @@ std::optional<std::wstring> EntryNameOf(std::wstring_view folder) {
   return is_run ? std::optional<std::wstring>(folder) : std::nullopt;
 }
 
-bool IsOwnFolder(const wchar_t* path) {
-  std::string native;
+bool IsOwn(const wchar_t* path) {
   struct stat status {};
-  return ToNative(path, native) && Calls().lstat(native.c_str(), &status) == 0 &&
-         S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+  return LinkStatus(path, status) && status.st_uid == geteuid();
+}
+
+bool IsOwnFolder(const wchar_t* path) {
+  struct stat status {};
+  return LinkStatus(path, status) && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
 std::int32_t DeleteRunFolder(const wchar_t* path, MFolderLocker& probe) {

@@ -14,6 +14,9 @@ namespace qel::paths {
 // The entry name of a run's folder, "abc" of "abc_14_05_09_1"; nothing for another name.
 [[nodiscard]] QELBASE_API std::optional<std::wstring> EntryNameOf(std::wstring_view folder);
 
+// Whether what stands under the name belongs to this user; a link counts itself.
+[[nodiscard]] bool IsOwn(const wchar_t* path);
+
 // Whether the folder is a real one (no link), and belongs to this user.
 [[nodiscard]] QELBASE_API bool IsOwnFolder(const wchar_t* path);
 

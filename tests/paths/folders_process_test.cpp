@@ -368,16 +368,19 @@ TEST_F(Runs, FolderThatSomebodyElseMadeIsNotTaken) {
   fs::create_directory_symlink(elsewhere.path(), root / "abc_14_05_09_1");
   fs::create_directory(root / "abc_14_05_09_2");
   writeBytes(root / "abc_14_05_09_2/kept", "");
+  writeBytes(root / "abc.txt", "");
   const qel::sys::SystemCalls original = qel::sys::Calls();
   static qel::sys::SystemCalls passed;
   passed = original;
-  static ino_t foreign;
-  struct stat status {};
-  ASSERT_EQ(::stat((root / "abc_14_05_09_2").c_str(), &status), 0);
-  foreign = status.st_ino;
+  static std::set<ino_t> foreign;
+  for (const char* name : {"abc_14_05_09_2", "abc.txt"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat((root / name).c_str(), &status), 0);
+    foreign.insert(status.st_ino);
+  }
   qel::sys::Calls().lstat = [](const char* path, struct stat* out) {
     const int result = passed.lstat(path, out);
-    if (out->st_ino == foreign) ++out->st_uid;
+    if (foreign.contains(out->st_ino)) ++out->st_uid;
     return result;
   };
   {
@@ -388,7 +391,7 @@ TEST_F(Runs, FolderThatSomebodyElseMadeIsNotTaken) {
   qel::sys::Calls() = original;
   EXPECT_TRUE(fs::exists(root / "abc_14_05_09_2/kept"));
   EXPECT_TRUE(fs::exists(elsewhere / "kept"));
-  EXPECT_EQ(left(), (Names{"abc_14_05_09_1", "abc_14_05_09_2"}));
+  EXPECT_EQ(left(), (Names{"abc.txt", "abc_14_05_09_1", "abc_14_05_09_2"}));
 }
 
 TEST_F(Runs, KilledOrFailingAnywhereLeaveNothingForGood) {
