@@ -21,15 +21,13 @@ bool CQelResource::Load(const wchar_t* name, const wchar_t* type) {
   Release();
   const sys::HRSRC resource = sys::FindResourceW(mh_AppInstance, name, type);
   if (!resource) return false;
-  // A resource without bytes is a failure that no call below tells.
-  sys::SetLastError(sys::ERROR_SUCCESS);
   m_handle = sys::LoadResource(mh_AppInstance, resource);
   if (m_handle) {
     m_size = sys::SizeofResource(mh_AppInstance, resource);
     if (m_size != 0) m_data = static_cast<const std::byte*>(sys::LockResource(m_handle));
   }
   if (m_data) return true;
-  const DWORD error = sys::GetLastError();
+  const DWORD error = sys::GetLastError();  // 0 for a resource without bytes, as no call fails
   Release();
   sys::SetLastError(error != sys::ERROR_SUCCESS ? error : 1);
   return false;

@@ -129,6 +129,7 @@ TEST(CQelResource, MapsRawBytes) {
   resource.Release();
   EXPECT_EQ(resource.GetData(), nullptr);
   EXPECT_EQ(resource.GetSizeInBytes(), 8u);
+  sys::SetLastError(sys::ERROR_SUCCESS);
   EXPECT_FALSE(resource.Load(L"Empty", sys::MakeIntResource(sys::RT_RCDATA)));
   EXPECT_EQ(sys::GetLastError(), 1u);
   const Module module;
