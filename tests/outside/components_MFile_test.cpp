@@ -266,6 +266,7 @@ TEST(MFile, WorksBehindFourGigabytes) {
   EXPECT_EQ(read[0], 0);
   EXPECT_EQ(read[1], 77);
   EXPECT_FALSE(file.SEEK(std::numeric_limits<std::int64_t>::max(), 1));
+  EXPECT_FALSE(file.SEEK(std::numeric_limits<std::int64_t>::max(), 0));  // no place to write at
   EXPECT_EQ(file.TELL(), std::int64_t{5} << 30);
 }
 

@@ -17,6 +17,9 @@ using qel::sys::Calls;
 namespace {
 
 constexpr std::size_t largest_buffer = std::size_t{1} << 30;
+// What a buffer takes from here on still has a position.
+constexpr std::int64_t furthest =
+    std::numeric_limits<std::int64_t>::max() - static_cast<std::int64_t>(largest_buffer);
 // What one pread costs no more for than for a few bytes.
 constexpr std::size_t first_read_ahead = 64;
 // A step forward over fewer bytes than this is cheaper read through than jumped over.
@@ -260,7 +263,7 @@ bool MFile::SEEK(std::int64_t offset, int origin) {
     const std::int64_t base = origin == 1 ? _Position() : origin == 2 ? SIZE() : -1;
     if (base < 0 || __builtin_add_overflow(base, offset, &target)) target = -1;
   }
-  if (target < 0) return _Fail(qel::sys::ERROR_INVALID_PARAMETER);
+  if (target < 0 || target > furthest) return _Fail(qel::sys::ERROR_INVALID_PARAMETER);
   const std::int64_t inside = target - m_window;
   if (_InWindow() && inside >= 0 && inside <= _WindowEnd() - m_begin) {
     m_cursor = m_begin + inside;

@@ -29,7 +29,8 @@ class QELBASE_API MFile {
   virtual bool SET_BUFFER_SIZE(std::size_t bytes);  // flushes first; false if that failed
   virtual bool FEOF() const;                        // true when no data is left; true when closed
   // Origin 0 start, 1 current position, 2 end of file. A position behind the end is allowed, one
-  // before the start is not (87). Inside the buffer this is a pointer move without a system call.
+  // before the start or less than 1 GiB below 2^63 is not (87). Inside the buffer this is a pointer
+  // move without a system call.
   virtual bool SEEK(std::int64_t offset, int origin);
   virtual std::int64_t TELL() const;   // position in bytes; -1 when closed
   virtual bool FLUSH();                // hands the buffer to the system
