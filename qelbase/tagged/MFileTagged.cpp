@@ -5,6 +5,7 @@
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/tagged/TagNodes_internal.h"
+#include "qelbase/tagged/storage_internal.h"
 #include "qelbase/tagged/tags_internal.h"
 
 using qel::tagged::Admits;
@@ -40,6 +41,9 @@ bool MFileTagged::openWrite(const std::wstring& name) {
 }
 
 bool MFileTagged::openFresh(const std::wstring& name) {
+  if (!m_backup_name.IS_EMPTY()) {
+    qel::tagged::CreateLike(m_backup_name.GET(), qel::tagged::FollowLinks(name));
+  }
   MTag head("QELCOM");
   if (MFile::_OPEN(name.c_str(), 2) && head.WRITE(*this) && head.UPDATE_SKIP(*this)) return true;
   MFile::CLOSE();

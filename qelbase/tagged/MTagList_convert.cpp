@@ -87,6 +87,7 @@ bool MTagList::CONVERT(const MFileName& name, unsigned char major, unsigned char
 
 // Writes the new file from the old one, onto the disk.
 bool MTagList::rewriteAs(const std::wstring& file, const MTag& wanted, MFile& input) {
+  qel::tagged::CreateLike(input.GET_FILENAME(), qel::tagged::FollowLinks(file));
   MFile output(BufferSize);
   if (!output.OPEN_WRITE(file.c_str())) {
     return fail(L"Could not create the file '", file, L"'");

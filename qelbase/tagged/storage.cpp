@@ -99,6 +99,21 @@ bool MoveOnlyCopy(const std::wstring& file, MFileName& temporary) {
   return moved;
 }
 
+void CreateLike(const std::wstring& model, const std::wstring& name) {
+  std::string native_model;
+  std::string native;
+  struct stat facts = {};
+  if (!sys::ToNative(model, native_model) || !sys::ToNativeForCreation(name, native)) return;
+  if (Calls().stat(native_model.c_str(), &facts) != 0) return;
+  const auto file = sys::Descriptor::open(native, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+  if (!file) return;
+  constexpr auto same_owner = static_cast<uid_t>(-1);
+  const bool has_group = Calls().fchown(file.get(), facts.st_uid, facts.st_gid) == 0 ||
+                         Calls().fchown(file.get(), same_owner, facts.st_gid) == 0;
+  const mode_t rights = has_group ? 0777 : 0707;  // what the old group might, another must not
+  Calls().fchmod(file.get(), (facts.st_mode & rights) | S_IWUSR);
+}
+
 FileLock::FileLock(const std::wstring& name, Kind kind) {
   std::string native;
   if (!sys::ToNative(name, native)) return;

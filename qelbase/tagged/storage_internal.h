@@ -25,6 +25,10 @@ namespace qel::tagged {
 // can't be moved.
 [[nodiscard]] bool MoveOnlyCopy(const std::wstring& file, MFileName& temporary);
 
+// Creates an empty file with the owner and the rights of another, as far as the system lets, so
+// that what is written to it is for nobody else's eyes. The owner may always write to it.
+void CreateLike(const std::wstring& model, const std::wstring& name);
+
 // Keeps a file to one conversion at a time, between processes and between threads. Where the file
 // system knows no locks, or nothing can be opened under the name, it does nothing.
 class FileLock {

@@ -63,10 +63,12 @@ TEST_F(FileTagged, WritesANewFileWithoutABackup) {
 
 TEST_F(FileTagged, KeepsTagsThatWereNotRewritten) {
   putABC();
+  std::filesystem::permissions(at.file, std::filesystem::perms(0600));
   ASSERT_TRUE(openWrite());
   EXPECT_EQ(at.files(), (Names{"part.abc", "part.bak"}));
   writeTag(file, MTag("B", 1, 9), "new");
   closeSound();
+  EXPECT_EQ(std::filesystem::status(at.file).permissions(), std::filesystem::perms(0600));
   EXPECT_EQ(at.bytes(), headTag() + record("B", 1, 9, "new") + a + c);
   EXPECT_EQ(at.files(), Names{"part.abc"});
 

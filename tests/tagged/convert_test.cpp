@@ -32,7 +32,9 @@ class Convert : public testing::Test {
 
 TEST_F(Convert, PutsOldBodiesIntoDataTags) {
   at.put("QELCOM\1\0\0\0\0\0X\0\0\0\0\0\1\3\2\0\0\0xxABCDEF\1\0\0\0\0\0"s);
+  std::filesystem::permissions(at.file, std::filesystem::perms(0640));
   EXPECT_TRUE(convert(0, 0));
+  EXPECT_EQ(std::filesystem::status(at.file).permissions(), std::filesystem::perms(0640));
   EXPECT_EQ(at.bytes(),
             "QELCOM\2\1\0\0\0\0"
             "X\0\0\0\0\0\2\1\16\0\0\0DATA\0\0\1\3\2\0\0\0xx"
