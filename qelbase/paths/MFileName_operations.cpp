@@ -130,7 +130,8 @@ bool MFileName::IS_UPDATABLE() const {
 
 bool MFileName::CREATE_DIRECTORY() const {
   std::string native;
-  if (!qel::sys::ToNativeForCreation(GET_DRIVE_DIR_PARTS(false), native)) return false;
+  // `C:` without its separator would be the current folder.
+  if (!qel::sys::ToNativeForCreation(GET_DRIVE_DIR_PARTS(true), native)) return false;
   boost::system::error_code error;
   return fs::create_directories(native, error) || !error;
 }

@@ -105,6 +105,7 @@ TEST_F(MFileNameOnDisk, CreatesAndRemovesTrees) {
   const MFileName deep = in("a/b/c/file.txt");
   EXPECT_TRUE(deep.CREATE_DIRECTORY());
   EXPECT_TRUE(deep.CREATE_DIRECTORY());
+  EXPECT_TRUE(MFileName(L"C:\\", true).CREATE_DIRECTORY() && !MFileName().CREATE_DIRECTORY());
   EXPECT_TRUE(fs::is_directory(m_folder / "a/b/c"));
   EXPECT_FALSE(fs::exists(m_folder / "a/b/c/file.txt"));
   touch("a/b/c/file.txt");
