@@ -120,8 +120,8 @@ class QELBASE_API MFileName {
   // the user of errors.
   bool RENAME_SHELL(MFileName& target, bool show_errors);
   // Copies the content of `source` to this name. True for a name equal to this one but for case,
-  // without looking at the disk. False if a file can't be opened; a copy that then fails on the way
-  // is not told.
+  // without looking at the disk, and for another name of the very file, which stays as it is. False
+  // if a file can't be opened; a copy that then fails on the way is not told.
   bool COPY_FILE(const MFileName& source) const;
 
   // This name becomes that of the module's file (null: the program's); false and unchanged for an

@@ -48,6 +48,13 @@ std::wstring TemporaryFolder() {
   return text;
 }
 
+// Under whatever names: a link to it, a second hard link.
+bool IsSameFile(std::wstring_view a, std::wstring_view b) {
+  const auto native_a = Native(a), native_b = Native(b);
+  boost::system::error_code error;
+  return native_a && native_b && fs::equivalent(*native_a, *native_b, error);
+}
+
 bool IsUnsafe(wchar_t c) {
   return kUnsafe.find(c) != kUnsafe.npos;
 }
@@ -158,7 +165,7 @@ bool MFileName::RENAME_SHELL(MFileName& target, bool show_errors) {
 }
 
 bool MFileName::COPY_FILE(const MFileName& source) const {
-  if (source == *this) return true;
+  if (source == *this || IsSameFile(source.GET(), GET())) return true;
   MFile from(kFileBuffer), to(kFileBuffer);
   if (!from.OPEN_READ(source.GET()) || !to.OPEN_WRITE(GET())) return false;
   to.COPY(from);

@@ -192,6 +192,12 @@ TEST_F(MFileNameOnDisk, CopiesFiles) {
   EXPECT_FALSE(in("target").COPY_FILE(in("none")));
   EXPECT_EQ(readBytes(m_folder / "target").size(), 600001U);
   EXPECT_FALSE(in("no/folder").COPY_FILE(in("source")));
+  fs::create_symlink("target", m_folder / "link");
+  fs::create_hard_link(m_folder / "target", m_folder / "other");
+  for (const char* same : {"link", "other"}) {
+    EXPECT_TRUE(in(same).COPY_FILE(in("target")));
+    EXPECT_EQ(readBytes(m_folder / "target").size(), 600001U) << same;
+  }
 }
 
 TEST_F(MFileNameOnDisk, KnowsFoldersAndModules) {
