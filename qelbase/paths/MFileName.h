@@ -128,7 +128,7 @@ class QELBASE_API MFileName {
   // unknown module. Names are cut at 260 characters.
   bool FILL_WITH_MODULE_PATH(HINSTANCE module);
   // This name becomes the current or the temporary folder, all of it in drive and directory. Always
-  // true; the name is empty if the folder can't be told.
+  // true; the name is empty if the folder can't be told, or is none.
   bool FILL_WITH_WORKING_PATH();
   bool FILL_WITH_TEMPORARY_PATH();
 

@@ -48,6 +48,12 @@ std::wstring TemporaryFolder() {
   return text;
 }
 
+bool IsFolder(std::wstring_view path) {
+  const auto native = Native(path);
+  boost::system::error_code error;
+  return native && fs::is_directory(*native, error);
+}
+
 // Under whatever names: a link to it, a second hard link.
 bool IsSameFile(std::wstring_view a, std::wstring_view b) {
   const auto native_a = Native(a), native_b = Native(b);
@@ -189,7 +195,8 @@ bool MFileName::FILL_WITH_WORKING_PATH() {
 }
 
 bool MFileName::FILL_WITH_TEMPORARY_PATH() {
-  SET(TemporaryFolder().c_str(), true);
+  const std::wstring folder = TemporaryFolder();
+  SET(IsFolder(folder) ? folder.c_str() : L"", true);
   return true;
 }
 

@@ -213,6 +213,8 @@ TEST_F(MFileNameOnDisk, KnowsFoldersAndModules) {
   const Variable tmp("TMP", m_folder.path().native());
   EXPECT_TRUE(name.FILL_WITH_TEMPORARY_PATH());
   EXPECT_EQ(name.GET(), m_folder.wide());
+  const Variable missing("TMP", (m_folder / "missing").native());
+  EXPECT_TRUE(name.FILL_WITH_TEMPORARY_PATH() && name.IS_EMPTY());
 }
 
 TEST_F(MFileNameOnDisk, AddsTheFirstFreeNumber) {
