@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <set>
 
 #include "qelbase/outside/components/logging.h"
@@ -18,6 +17,7 @@
 #include "qelbase/outside/system/handles.h"
 #include "qelbase/paths/MTempCleaner.h"
 
+#include "tests/support/Environment.h"
 #include "tests/support/FaultyCalls.h"
 #include "tests/support/TempFolder.h"
 
@@ -116,50 +116,18 @@ TEST(FolderLock, IsHeldByOneObjectOrProcessAtATime) {
   ::close(sweeper);
 }
 
-TEST(FolderLock, GoesToExactlyOneOfTwenty) {
-  const TempFolder folder;
-  std::vector<std::unique_ptr<Child>> children;
-  for (int i = 0; i < 20; ++i) {
-    children.push_back(std::make_unique<Child>([&](const auto& wait) {
-      wait();
-      static MFolderLocker lock;
-      return std::to_string(lock.Lock(folder.wide().c_str()));
-    }));
-  }
-  for (const auto& child : children) child->go();
-  std::multiset<std::string> said;
-  for (const auto& child : children) said.insert(child->listen());
-  EXPECT_EQ(said.count("0"), 1);
-  EXPECT_EQ(said.count("32"), 19);
-}
-
 // --- runs --------------------------------------------------------------------------------------
 
 class Runs : public testing::Test {
  protected:
   Runs() {
-    for (const char* name : names) {
-      const char* value = std::getenv(name);
-      before.push_back(value ? std::optional<std::string>(value) : std::nullopt);
-    }
-    set("TMP", root.path().string());
-    set("TEMP", root.path().string());
-    set("TMPDIR", std::nullopt);
+    letTemporaryBe(root.path());
+    environment.set("TMPDIR", std::nullopt);
   }
-  ~Runs() override {
-    for (std::size_t i = 0; i < before.size(); ++i) set(names[i], before[i]);
+  void letTemporaryBe(const fs::path& folder) {
+    for (const char* name : {"TMP", "TEMP"}) environment.set(name, folder.string());
   }
-  static void set(const char* name, const std::optional<std::string>& value) {
-    if (value) {
-      setenv(name, value->c_str(), 1);
-    } else {
-      unsetenv(name);
-    }
-  }
-  static std::string real(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "unset";
-  }
+  static std::string real(const char* name) { return qeltest::EnvironmentScope::get(name); }
   static std::string fileName(const CStringW& path) {
     return std::string(CStringA(path.Mid(path.ReverseFind(L'\\') + 1)));
   }
@@ -172,34 +140,40 @@ class Runs : public testing::Test {
   }
   using Names = std::set<std::string>;
 
-  static constexpr std::array names = {"TMP", "TEMP", "TMPDIR"};
-  std::vector<std::optional<std::string>> before;
+  qeltest::EnvironmentScope environment;
   TempFolder root;
   TempFolder elsewhere;
 };
 
-// A run that is killed with these files in its folder; the folder's name.
-std::string deadRun(const wchar_t* name, const std::function<void(const fs::path&)>& fill) {
-  Child child([&](const auto&) {
+// A run in a process of its own, which fills its folder and says where it is.
+std::unique_ptr<Child> startRun(
+    const wchar_t* name, const std::function<void(const fs::path&)>& fill = [](const auto& folder) {
+      writeBytes(folder / "mine", "");
+    }) {
+  return std::make_unique<Child>([&](const auto&) {
     auto* run = new MTempCleaner(name);
     run->Init();
     fill(std::getenv("TMP"));
     return std::string(std::getenv("TMP"));
   });
-  return child.listen();
+}
+
+// One that is killed; the folder's name.
+fs::path deadRun(const wchar_t* name, const std::function<void(const fs::path&)>& fill) {
+  return startRun(name, fill)->listen();
 }
 
 TEST_F(Runs, HaveAFolderOfTheirOwnInTheEnvironment) {
   qel::sys::ClockOverride clock;
   clock.setTime(50'709).setZone(0);  // 14:05:09
   for (const char* tmpdir : {"/var/tmp", ""}) {
-    set("TMPDIR", *tmpdir ? std::optional<std::string>(tmpdir) : std::nullopt);
+    environment.set("TMPDIR", *tmpdir ? std::optional<std::string>(tmpdir) : std::nullopt);
     MTempCleaner run(L"abc");
     run.Init();
     const std::string folder = root / "abc_14_05_09_1";
     EXPECT_EQ(run.GetCurPath(), root.wide("abc_14_05_09_1").c_str());
     EXPECT_EQ(run.GetOldPath(), (root.wide() + L"\\").c_str());
-    for (const char* name : names) EXPECT_EQ(real(name), folder);
+    for (const char* name : {"TMP", "TEMP", "TMPDIR"}) EXPECT_EQ(real(name), folder);
     EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
     EXPECT_EQ(run.EnumerateRootTempFolders(), 1);
     {
@@ -224,7 +198,7 @@ TEST_F(Runs, HaveAFolderOfTheirOwnInTheEnvironment) {
     EXPECT_EQ(real("TMP"), root.path().string() + "/");
     EXPECT_EQ(real("TEMP"), root.path().string());
     EXPECT_EQ(real("TMPDIR"), *tmpdir ? tmpdir : "unset");
-    set("TMP", root.path().string());
+    letTemporaryBe(root.path());
   }
 }
 
@@ -255,9 +229,8 @@ TEST_F(Runs, TwentyAtOnceGetTwentyFolders) {
   Names said;
   for (const auto& child : children) said.insert(child->listen());
   EXPECT_EQ(said.size(), 20);
-  for (const std::string& folder : said) {
-    EXPECT_TRUE(fs::exists(fs::path(folder) / "mine")) << folder;
-    EXPECT_TRUE(fs::exists(fs::path(folder) / "__fold__.lock")) << folder;
+  for (const fs::path folder : said) {
+    EXPECT_TRUE(fs::exists(folder / "mine") && fs::exists(folder / "__fold__.lock")) << folder;
   }
   children.clear();  // all are killed
   MTempCleaner run(L"abc");
@@ -266,54 +239,47 @@ TEST_F(Runs, TwentyAtOnceGetTwentyFolders) {
 }
 
 TEST_F(Runs, SweepWhatIsDeadAndNothingElse) {
-  Child living([&](const auto&) {
-    auto* run = new MTempCleaner(L"abc");
-    run->Init();
-    writeBytes(fs::path(real("TMP")) / "mine", "");
-    return real("TMP");
-  });
-  const std::string live = living.listen();
-  const std::string dead = deadRun(L"abc", [](const fs::path& folder) {
-    fs::create_directories(folder / "sub/deep");
-    writeBytes(folder / "sub/deep/file", "");
+  const auto living = startRun(L"abc");
+  const fs::path live = living->listen();
+  const fs::path dead = deadRun(L"abc", [](const fs::path& folder) {
+    fs::path deep = folder;
+    for (int i = 0; i < 500; ++i) deep /= "d";
+    fs::create_directories(deep);
     fs::create_symlink("/nowhere", folder / "link");
     ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   });
-  const std::string other = deadRun(L"other", [](const fs::path&) {});
+  const fs::path stays = deadRun(L"abc", [](const fs::path& folder) {
+    writeBytes(folder / "read_only", "");
+    writeBytes(folder / "plain", "");
+    fs::permissions(folder / "read_only", fs::perms::owner_read);
+  });
+  const fs::path other = deadRun(L"other", [](const fs::path&) {});
   writeBytes(elsewhere / "kept", "");
   fs::create_directory_symlink(elsewhere.path(), root / "abc_link");
   writeBytes(root / "abc.txt", "");
   writeBytes(root / "ab", "");
   MTempCleaner run(L"abc");
   run.Init();
-  EXPECT_EQ(left(), (Names{"ab", "abc_link", fs::path(live).filename(), fs::path(other).filename(),
+  EXPECT_EQ(left(), (Names{"ab", "abc_link", live.filename(), stays.filename(), other.filename(),
                            fileName(run.GetCurPath())}));
-  EXPECT_FALSE(fs::exists(fs::path(dead) / "sub"));
-  EXPECT_TRUE(fs::exists(fs::path(live) / "mine"));
+  EXPECT_TRUE(fs::exists(live / "mine"));
+  EXPECT_TRUE(fs::exists(stays / "read_only"));
+  EXPECT_FALSE(fs::exists(stays / "plain"));
   EXPECT_TRUE(fs::exists(elsewhere / "kept"));
 }
 
 TEST_F(Runs, KeepWhatARunFurtherDownHolds) {
-  std::unique_ptr<Child> inner;
-  const std::string dead =
+  const fs::path dead =
       deadRun(L"abc", [](const fs::path& folder) { writeBytes(folder / "file", ""); });
-  set("TMP", dead);
-  set("TEMP", dead);
-  inner = std::make_unique<Child>([&](const auto&) {
-    auto* run = new MTempCleaner(L"inner");
-    run->Init();
-    writeBytes(fs::path(real("TMP")) / "mine", "");
-    return real("TMP");
-  });
-  const std::string live = inner->listen();
-  set("TMP", root.path().string());
-  set("TEMP", root.path().string());
+  letTemporaryBe(dead);
+  auto inner = startRun(L"inner");
+  const fs::path live = inner->listen();
+  letTemporaryBe(root.path());
   {
     MTempCleaner run(L"abc");
     run.Init();
-    EXPECT_FALSE(fs::exists(fs::path(dead) / "file"));
-    EXPECT_TRUE(fs::exists(fs::path(live) / "mine"));
-    EXPECT_TRUE(fs::exists(fs::path(live) / "__fold__.lock"));
+    EXPECT_FALSE(fs::exists(dead / "file"));
+    EXPECT_TRUE(fs::exists(live / "mine") && fs::exists(live / "__fold__.lock"));
   }
   inner.reset();
   MTempCleaner run(L"abc");
@@ -321,20 +287,8 @@ TEST_F(Runs, KeepWhatARunFurtherDownHolds) {
   EXPECT_FALSE(fs::exists(dead));
 }
 
-TEST_F(Runs, FilesThatMayNotGoKeepTheirFolder) {
-  const std::string dead = deadRun(L"abc", [](const fs::path& folder) {
-    writeBytes(folder / "read_only", "");
-    writeBytes(folder / "plain", "");
-    fs::permissions(folder / "read_only", fs::perms::owner_read);
-  });
-  MTempCleaner run(L"abc");
-  run.Init();
-  EXPECT_TRUE(fs::exists(fs::path(dead) / "read_only"));
-  EXPECT_FALSE(fs::exists(fs::path(dead) / "plain"));
-}
-
 TEST_F(Runs, WithoutAnEntryNameSweepFoldersOfRunsAlone) {
-  const std::string dead = deadRun(L"", [](const fs::path&) {});
+  deadRun(L"", [](const fs::path&) {});
   fs::create_directory(root / "precious");
   writeBytes(root / "file", "");
   MTempCleaner run(nullptr);
@@ -350,7 +304,7 @@ TEST_F(Runs, GiveUpWhereNoFolderCanBeHad) {
   writeBytes(root / "file", "");
   for (const Row& row : {Row{L"abc", root / "file"}, Row{L"a?b", root.path()},
                          Row{L"abc", "/proc/self"}, Row{L"abc", root / std::string(300, 'x')}}) {
-    set("TMP", row.tmp);
+    environment.set("TMP", row.tmp);
     MTempCleaner run(row.entry);
     run.Init();
     EXPECT_EQ(run.GetCurPath(), L"") << row.tmp;
@@ -405,7 +359,7 @@ TEST_F(Runs, KilledOrFailingAnywhereLeaveNothingForGood) {
   };
   const auto check = [&](const Fault&) {
     EXPECT_EQ(real("TMP").substr(0, root.path().string().size()), root.path().string());
-    set("TMP", root.path().string());
+    letTemporaryBe(root.path());
     {
       MTempCleaner run(L"abc");
       run.Init();
@@ -415,21 +369,6 @@ TEST_F(Runs, KilledOrFailingAnywhereLeaveNothingForGood) {
   };
   qeltest::forEachKill([] {}, live, check);
   qeltest::forEachFault(live, check);
-}
-
-TEST_F(Runs, LargeAndDeepTreesGo) {
-  const std::string dead = deadRun(L"abc", [](const fs::path& folder) {
-    for (int i = 0; i < 20'000; ++i) {
-      const std::string name = folder / ("entry_" + std::to_string(i));
-      ::close(::open(name.c_str(), O_CREAT | O_WRONLY, 0600));
-    }
-    fs::path deep = folder;
-    for (int i = 0; i < 500; ++i) deep /= "d";
-    fs::create_directories(deep);
-  });
-  MTempCleaner run(L"abc");
-  run.Init();
-  EXPECT_FALSE(fs::exists(dead));
 }
 
 }  // namespace

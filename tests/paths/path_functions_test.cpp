@@ -1,7 +1,6 @@
 #include "qelbase/paths/path_functions.h"
 
 #include <gtest/gtest.h>
-#include <rapidcheck.h>
 
 #include <ostream>
 #include <regex>
@@ -140,25 +139,20 @@ TEST(PathParts, FollowTheToldTable) {
   EXPECT_EQ(split(L"C:a", true), (Parts{L"C:", L"a", L"", L""}));
 }
 
+// And with names that reach over the blocks in which a splitter may look at a text.
 TEST(PathParts, AgreeWithTheGrammarForEveryShortText) {
   const std::wstring alphabet = L"\\/:.?a";
   std::vector<std::wstring> texts = {L""};
   for (std::size_t i = 0; i < texts.size() && !testing::Test::HasFailure(); ++i) {
     if (!texts[i].empty()) expectGrammar(texts[i]);
+    std::wstring wide = texts[i];
+    for (auto at = wide.find(L'a'); at != wide.npos; at = wide.find(L'a', at)) {
+      wide.replace(at, 1, std::wstring(11 + i % 7, L'\U0001F600'));
+    }
+    if (wide != texts[i] && texts[i].size() < 6) expectGrammar(wide);
     if (texts[i].size() == 6) continue;
     for (const wchar_t c : alphabet) texts.push_back(texts[i] + c);
   }
-}
-
-TEST(PathParts, AgreeWithTheGrammarForLongerTexts) {
-  const auto character = rc::gen::elementOf(std::wstring(L"\\\\\\//::..?aC \x1F600"));
-  const auto text = rc::gen::nonEmpty(rc::gen::container<std::wstring>(character));
-  EXPECT_TRUE(rc::check("splitter and patterns agree", [&] {
-    for (const std::wstring& path : *rc::gen::container<std::vector<std::wstring>>(30, text)) {
-      expectGrammar(path);
-      RC_ASSERT(!testing::Test::HasFailure());
-    }
-  }));
 }
 
 TEST(PathParts, ReadAPathThatIsOneOfTheOutputs) {
