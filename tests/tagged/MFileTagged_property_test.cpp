@@ -86,14 +86,5 @@ TEST(MFileTaggedProperty, HoldsWhatAPlainListHolds) {
       RC_ASSERT(at.bytes() == bytesOf(records));
       RC_ASSERT(at.files().size() == 1U);
     }
-    MFileTagged file;
-    RC_ASSERT(file.OPEN_READ(at.name.c_str()));
-    MTag* tag = nullptr;
-    for (const Record& r : records) {
-      tag = file.NEXT_TAG(tag, true);
-      RC_ASSERT(tag && tag->m_name == r.name && tag->m_version[1] == r.minor);
-      RC_ASSERT(qeltest::bodyOf(file, *tag) == r.body);
-    }
-    RC_ASSERT(file.NEXT_TAG(tag, false) == nullptr);
   }));
 }

@@ -11,6 +11,7 @@
 #include "qelbase/tagged/MFileTagged.h"
 #include "qelbase/tagged/MTagList.h"
 
+#include "tests/support/Environment.h"
 #include "tests/support/TempFolder.h"
 
 namespace qeltest {
@@ -63,11 +64,11 @@ class TaggedFolder {
 class PassingFolder : public TempFolder {
  public:
   PassingFolder() {
-    for (const char* variable : {"TMP", "TEMP"}) setenv(variable, path().c_str(), 1);
+    for (const char* variable : {"TMP", "TEMP"}) m_environment.set(variable, path().string());
   }
-  ~PassingFolder() {
-    for (const char* variable : {"TMP", "TEMP"}) unsetenv(variable);
-  }
+
+ private:
+  EnvironmentScope m_environment;
 };
 
 // The failure lines that are logged while it lives.
@@ -92,16 +93,10 @@ inline void writeTag(MFileTagged& file, MTag tag, std::string_view body) {
 }
 
 // "A B C": the names from the list of `file`, or of `list`.
-inline std::string namesOf(MFileTagged& file) {
+template <class... File>
+std::string namesOf(auto& list, File&... file) {
   std::string names;
-  for (MTag* tag = nullptr; (tag = file.NEXT_TAG(tag, false));) {
-    names.append(names.empty() ? "" : " ").append(tag->m_name);
-  }
-  return names;
-}
-inline std::string namesOf(MTagList& list, MFile& file) {
-  std::string names;
-  for (MTag* tag = nullptr; (tag = list.NEXT_TAG(file, tag, false));) {
+  for (MTag* tag = nullptr; (tag = list.NEXT_TAG(file..., tag, false));) {
     names.append(names.empty() ? "" : " ").append(tag->m_name);
   }
   return names;
