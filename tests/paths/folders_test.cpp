@@ -84,14 +84,11 @@ TEST(TypedFiles, MoveElementsAsTheyLieInMemory) {
   std::rewind(file.get());
   EXPECT_EQ(readBytes(folder / "f"),
             std::string("\0\0\xC0\x3F\xFE\xFF\xFF\xFF\x34\x12\xFF\xFF", 12));
-  float reals[1];
-  std::uint32_t numbers[1];
+  std::uint32_t numbers[2];
   std::int16_t smalls[3];
-  EXPECT_EQ(fread_float(reals, 4, 1, file.get()), 1);
-  EXPECT_EQ(fread_long(numbers, 4, 1, file.get()), 1);
+  EXPECT_EQ(fread_long(numbers, 4, 2, file.get()), 2);
   EXPECT_EQ(fread_short(smalls, 2, 3, file.get()), 2);
-  EXPECT_EQ(reals[0], 1.5F);
-  EXPECT_EQ(numbers[0], 0xFFFFFFFE);
+  EXPECT_EQ(numbers[1], 0xFFFFFFFE);
   EXPECT_EQ(smalls[1], -1);
 }
 
@@ -121,14 +118,11 @@ TEST(Directory, TellsWhereTheProgramAndItsWorkAre) {
 }
 
 TEST(Directory, MakesATemporaryFileOfItsOwn) {
-  const std::wstring folder = MDirectory::GetTemporary();
-  EXPECT_TRUE(folder.ends_with(L'\\'));
   const std::wstring first = MDirectory::GetTemporaryFileName(L"qeltest");
   const std::wstring second = MDirectory::GetTemporaryFileName(L"qeltest");
-  EXPECT_TRUE(first.starts_with(folder + L"qel"));
   EXPECT_NE(first, second);
   for (const std::wstring& name : {first, second}) {
-    EXPECT_EQ(MFileName(name.c_str(), false).FILE_SIZE(), 0);
+    EXPECT_TRUE(name.starts_with(MDirectory::GetTemporary() + L"qel"));
     EXPECT_TRUE(MFileName(name.c_str(), false).REMOVE());
   }
 }

@@ -25,10 +25,6 @@ struct Row {
   std::vector<Rule> rules;
   std::string result;
 };
-void PrintTo(const Row& row, std::ostream* out) {
-  *out << row.name;
-}
-
 void append(MFileTagReplacer& file, const std::vector<Rule>& rules) {
   for (const Rule& rule : rules) {
     file.Append(new MReplaceTag{rule.search, rule.replacement, rule.last, rule.keep});
@@ -48,65 +44,54 @@ std::string fillIn(const std::string& text, const std::vector<Rule>& rules) {
   return qeltest::readBytes(folder / "result");
 }
 
-class Templates : public testing::TestWithParam<Row> {};
-
 std::string lineOf(std::size_t length) {
   return std::string(length - 3, '.') + "$V=";
 }
 
 }  // namespace
 
-TEST_P(Templates, AreFilledIn) {
-  EXPECT_EQ(fillIn(GetParam().source, GetParam().rules), GetParam().result);
+TEST(MFileTagReplacer, FillsInTemplates) {
+  const Row rows[] = {
+      {"Nothing", "", {}, ""},
+      {"NoRules", std::string("a\r\nb\rc\0d\r\n", 10), {}, std::string("a\r\nb\rc\0d\r\n", 10)},
+      {"AList",
+       "x=$V\rend\r$V\r",
+       {{"$V", "1", !kLast, !kKeep}, {"$V", "2", kLast, !kKeep}},
+       "x=1\rx=2\rend\r$V\r"},
+      {"EachLine", "$V$V\r$V\r", {{"$V", "1", kLast, kKeep}}, "11\r1\r"},
+      {"LaterRulesSeeEarlierResults",
+       "$A\r",
+       {{"$A", "<$B>", kLast, kKeep}, {"$B", "b", kLast, kKeep}},
+       "<b>\r"},
+      {"AKeptRuleIsAppliedUntilItsMarkerIsGone", "aaaaa\r", {{"aa", "a", kLast, kKeep}}, "a\r"},
+      {"AKeptRuleThatIsNotLastCountsAsLast",
+       "$K $V\r$K\r",
+       {{"$K", "k", !kLast, kKeep}, {"$V", "1", !kLast, !kKeep}, {"$V", "2", kLast, !kKeep}},
+       "k 1\rk 2\rk\r"},
+      {"AReplacementThatHoldsItsMarkerIsPutInOnce",
+       "$V,$V\r",
+       {{"$V", "<$V>", kLast, kKeep}},
+       "<$V>,<$V>\r"},
+      {"AnEmptyMarkerFiresAndReplacesNothing",
+       "a\rb\r",
+       {{"", "x", kLast, kKeep}, {"", "x", !kLast, !kKeep}},
+       "a\ra\rb\r"},
+      {"BehindTheLastLineNothingIsReplaced",
+       "$V\r$V\n$V",
+       {{"$V", "1", kLast, kKeep}},
+       "1\r$V\n$V"},
+      {"WithoutALineEndTheFirst4096BytesAreCopied",
+       std::string(5000, '.'),
+       {},
+       std::string(4096, '.')},
+      {"LongLinesAreReplacedWhole",
+       lineOf(4095) + "\r" + lineOf(4096) + "\r" + lineOf(300000) + "\r$V",
+       {{"$V", "", kLast, kKeep}},
+       std::string(4092, '.') + "=\r" + std::string(4093, '.') + "=\r" + std::string(299997, '.') +
+           "=\r$V"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(fillIn(row.source, row.rules), row.result) << row.name;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    MFileTagReplacer, Templates,
-    testing::Values(
-        Row{"Nothing", "", {}, ""},
-        Row{"NoRules",
-            std::string("a\r\nb\rc\0d\r\n", 10),
-            {},
-            std::string("a\r\nb\rc\0d\r\n", 10)},
-        Row{"AList",
-            "x=$V\rend\r$V\r",
-            {{"$V", "1", !kLast, !kKeep}, {"$V", "2", kLast, !kKeep}},
-            "x=1\rx=2\rend\r$V\r"},
-        Row{"EachLine", "$V$V\r$V\r", {{"$V", "1", kLast, kKeep}}, "11\r1\r"},
-        Row{"LaterRulesSeeEarlierResults",
-            "$A\r",
-            {{"$A", "<$B>", kLast, kKeep}, {"$B", "b", kLast, kKeep}},
-            "<b>\r"},
-        Row{"AKeptRuleIsAppliedUntilItsMarkerIsGone",
-            "aaaaa\r",
-            {{"aa", "a", kLast, kKeep}},
-            "a\r"},
-        Row{"AKeptRuleThatIsNotLastCountsAsLast",
-            "$K $V\r$K\r",
-            {{"$K", "k", !kLast, kKeep}, {"$V", "1", !kLast, !kKeep}, {"$V", "2", kLast, !kKeep}},
-            "k 1\rk 2\rk\r"},
-        Row{"AReplacementThatHoldsItsMarkerIsPutInOnce",
-            "$V,$V\r",
-            {{"$V", "<$V>", kLast, kKeep}},
-            "<$V>,<$V>\r"},
-        Row{"AnEmptyMarkerFiresAndReplacesNothing",
-            "a\rb\r",
-            {{"", "x", kLast, kKeep}, {"", "x", !kLast, !kKeep}},
-            "a\ra\rb\r"},
-        Row{"BehindTheLastLineNothingIsReplaced",
-            "$V\r$V\n$V",
-            {{"$V", "1", kLast, kKeep}},
-            "1\r$V\n$V"},
-        Row{"WithoutALineEndTheFirst4096BytesAreCopied",
-            std::string(5000, '.'),
-            {},
-            std::string(4096, '.')},
-        Row{"LongLinesAreReplacedWhole",
-            lineOf(4095) + "\r" + lineOf(4096) + "\r" + lineOf(300000) + "\r$V",
-            {{"$V", "", kLast, kKeep}},
-            std::string(4092, '.') + "=\r" + std::string(4093, '.') + "=\r" +
-                std::string(299997, '.') + "=\r$V"}),
-    [](const auto& row) { return row.param.name; });
 
 TEST(MFileTagReplacer, RewritingWithoutEndIsCutShort) {
   // "ab" becomes "bbaa": each pass makes more of the marker.
