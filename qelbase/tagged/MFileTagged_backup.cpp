@@ -65,6 +65,16 @@ bool moveAside(const MFileName& backup) {
   return true;
 }
 
+// Also if it is read-only, as the old file was. What can't be removed stays.
+void remove(const MFileName& backup) {
+  using namespace qel::sys;
+  if (_wremove(backup.GET()) == 0) return;
+  const DWORD attributes = GetFileAttributesW(backup.GET());
+  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_READONLY) == 0) return;
+  SetFileAttributesW(backup.GET(), attributes & ~FILE_ATTRIBUTE_READONLY);
+  (void)_wremove(backup.GET());
+}
+
 // Whether the tag's header still stands in the backup as it would be written.
 bool standsIn(MFile& backup, const MTag& tag) {
   qel::tagged::HeaderBytes bytes;
@@ -125,7 +135,7 @@ bool MFileTagged::clearBackupName(const MFileName& backup, bool file_is_whole) c
   if (old.GET_RESULT() != 0) return false;
   old.CLOSE();
   if (needed) return moveAside(backup);
-  (void)qel::sys::_wremove(backup.GET());
+  remove(backup);
   return true;
 }
 
@@ -148,7 +158,7 @@ void MFileTagged::CLOSE() {
     const MFileName backup = m_backup_name;
     m_backup_name.FREE();
     if (keepOldTags(backup) && SYNC() && qel::tagged::SyncFolderOf(backup.GET())) {
-      (void)qel::sys::_wremove(backup.GET());
+      remove(backup);
     } else {
       const std::uint32_t code = qel::sys::GetLastError();
       _Fail(code != 0 ? code : qel::sys::ERROR_IO_DEVICE);

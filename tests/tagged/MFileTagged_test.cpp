@@ -59,7 +59,7 @@ TEST_F(FileTagged, WritesANewFileWithoutABackup) {
 
 TEST_F(FileTagged, KeepsTagsThatWereNotRewritten) {
   putABC();
-  std::filesystem::permissions(at.file, std::filesystem::perms(0600));
+  std::filesystem::permissions(at.file, std::filesystem::perms(0400));
   ASSERT_TRUE(openWrite());
   EXPECT_EQ(at.files(), (Names{"part.abc", "part.bak"}));
   writeTag(file, MTag("B", 1, 9), "new");
