@@ -202,7 +202,7 @@ class QELBASE_API MProgress : private StdBase::LocalLocking {
 
  private:
   friend class MProgressManager;
-  void StepBy(double amount);
+  void StepBy(const double& amount);
   void SetQuietBelow();
   // The figure that this scope shows when the one nested in it is at `percent`.
   long FigureFromChild(long percent) const;
