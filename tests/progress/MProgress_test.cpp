@@ -323,3 +323,22 @@ TEST(MProgressManager, AWindowProcedureMayComeBackToTheScopeThatCallsIt) {
   qel::sys::DestroyWindow(window);
   EXPECT_EQ(figures, (Figures{10, 20}));
 }
+
+TEST(MProgressManager, AWindowProcedureMayDestroyTheScopeAboveTheOneThatEnds) {
+  for (const UINT when : {MProgressMessage::kEnd, MProgressMessage::kText}) {
+    std::unique_ptr<MProgress> outer;
+    const HWND window =
+        qel::sys::CreateMessageWindow([&](HWND, UINT message, WPARAM, LPARAM) -> LRESULT {
+          if (message == when) std::exchange(outer, nullptr).reset();
+          return 0;
+        });
+    outer = std::make_unique<MProgress>();
+    MProgress inner;
+    MProgressManager::AttachUITarget(window);
+    MProgressManager::AttachUITarget(window);
+    inner.End();
+    MProgressManager::ResetUITargets();
+    qel::sys::DestroyWindow(window);
+    EXPECT_EQ(outer, nullptr);
+  }
+}
