@@ -90,6 +90,10 @@ TEST_F(Keys, PathOpensLevelByLevel) {
   EXPECT_EQ(registry.OpenPath(L"Software\\Co\\App\\x", HKEY_CURRENT_USER), 1);
   EXPECT_EQ(registry.SetStringValue(L"s", L""), 1);
   EXPECT_EQ(CRegUtils::GetRegKeySize(L"Software\\Co\\App\\x", L"s"), 2);
+  EXPECT_EQ(registry.CreateKey(L"\\refused", nullptr, COXRegistry::optionNonVolatile,
+                               COXRegistry::permissionAllAccess, nullptr, nullptr),
+            0);
+  EXPECT_EQ(registry.SetStringValue(L"s", L"still open"), 1);
   logged();
   EXPECT_EQ(registry.OpenKey(L"Software\\None", COXRegistry::permissionRead), 0);
   EXPECT_EQ(registry.QueryInfo(), 0);
