@@ -243,6 +243,7 @@ TEST_F(Keys, StructuresHaveOneSize) {
   ASSERT_TRUE(key.SetRegStruct(L"s", bytes, 3));
   std::uint8_t read[4] = {9, 9, 9, 9};
   EXPECT_TRUE(key.GetRegStruct(L"s", nullptr, 3));
+  EXPECT_EQ(key.GetLastError(), MRegKey::WRONG_STRUCT);
   EXPECT_FALSE(key.GetRegStruct(L"s", read, 4));
   EXPECT_EQ(key.GetLastError(), MRegKey::WRONG_STRUCT);
   EXPECT_EQ(read[0], 9);
