@@ -15,6 +15,12 @@
 #include <unordered_map>
 #include <vector>
 
+#ifdef HAVE_QT
+#include <QCoreApplication>
+#include <QFutureWatcher>
+#include <QThread>
+#endif
+
 #include "qelbase/outside/system/messages.h"
 #include "qelbase/outside/system/text.h"
 #include "qelbase/progress/MProgress.h"
@@ -129,6 +135,52 @@ void postedPercents(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * 100);
 }
 BENCHMARK(postedPercents)->Name("posted_100_percents/ours")->UseRealTime();
+
+#ifdef HAVE_QT
+
+using QtReporter = QFutureWatcher<void>;  // its signal tells a progress value
+
+// A step that is told to a function of the same thread.
+void incrementQt(benchmark::State& state) {
+  QtReporter reporter;
+  QObject receiver;
+  double position = 0;
+  QObject::connect(
+      &reporter, &QtReporter::progressValueChanged, &receiver, [&](int step) { position += step; },
+      Qt::DirectConnection);
+  for (auto _ : state) Q_EMIT reporter.progressValueChanged(1);
+  benchmark::DoNotOptimize(position);
+}
+BENCHMARK(incrementQt)->Name("increment/Qt_direct_signal")->UseRealTime();
+
+void postedQt(benchmark::State& state) {
+  static int argc = 1;
+  static char name[] = "bench", *argv[] = {name, nullptr};
+  static QCoreApplication application(argc, argv);
+  QThread thread;
+  QObject receiver;
+  receiver.moveToThread(&thread);
+  std::atomic<long> handled{0};
+  QtReporter reporter;
+  QObject::connect(
+      &reporter, &QtReporter::progressValueChanged, &receiver,
+      [&](int) {
+        handled.store(handled.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+      },
+      Qt::QueuedConnection);
+  thread.start();
+  for (auto _ : state) {
+    const long before = handled.load(std::memory_order_acquire);
+    for (int i = 0; i < 100; ++i) Q_EMIT reporter.progressValueChanged(i);
+    while (handled.load(std::memory_order_acquire) < before + 100) std::this_thread::yield();
+  }
+  thread.quit();
+  thread.wait();
+  state.SetItemsProcessed(state.iterations() * 100);
+}
+BENCHMARK(postedQt)->Name("posted_100_percents/Qt_queued_signal")->UseRealTime();
+
+#endif
 
 void nestedLevels(benchmark::State& state) {
   std::vector<HWND> windows;

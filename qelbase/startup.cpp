@@ -2,6 +2,7 @@
 // in reverse. Within one file the order is that of the lines, so that all of them stand here and
 // nowhere else. An object may use those above it.
 
+#include "qelbase/checks/COXCRC.h"
 #include "qelbase/progress/IStatusCallback.h"
 #include "qelbase/progress/ProgressToStatusCallback.h"
 #include "qelbase/settings/MSoftKey.h"
@@ -21,3 +22,7 @@ MUserUnit MUserUnit::mg_user_unit(MUserUnit::UNIT_MILLIMETRE);
 CStringW MSoftKey::m_CompanyName = L"!TestCompany";
 CStringW MSoftKey::m_ProductName = MSoftKey::GetDefaultProductName();
 CStringW MSoftKey::m_ProductVersion;
+
+// Empty from the first moment on, so that any static object may make a check.
+constinit COXCRC16::CTableList COXCRC16::m_tableList;
+constinit COXCRC32::CTableList COXCRC32::m_tableList;

@@ -24,10 +24,6 @@ COXCRCTableList<T>::~COXCRCTableList() {
 template class COXCRCTableList<WORD>;
 template class COXCRCTableList<DWORD>;
 
-// Empty from the first moment on, so that any static object may make a check.
-constinit COXCRC16::CTableList COXCRC16::m_tableList;
-constinit COXCRC32::CTableList COXCRC32::m_tableList;
-
 namespace {
 
 constinit std::mutex g_linking;

@@ -56,8 +56,8 @@ void MProgress::Count(double position) {
 }
 
 // The hot path of every operation that reports: a step that shows nothing must cost next to
-// nothing.
-inline void MProgress::StepBy(double amount) {
+// nothing. The amount is read when the sink has been told, since the sink may set the child weight.
+inline void MProgress::StepBy(const double& amount) {
   MProgressManager::Instance()._NotifySink();
   m_position += amount;
   if (m_position < m_quiet_below) {

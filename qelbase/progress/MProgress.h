@@ -94,6 +94,10 @@ class QELBASE_API MProgressManager : public StdBase::GlobalLocking<MProgressMana
  private:
   friend class MProgress;
   class Pin;
+  struct Shown {
+    std::size_t level = kNoLevel;
+    std::wstring text;
+  };
 
   static MProgressManager& Instance() {
     MProgressManager* instance = s_instance.load(std::memory_order_acquire);
@@ -119,9 +123,10 @@ class QELBASE_API MProgressManager : public StdBase::GlobalLocking<MProgressMana
   void _SendMessageUpdate(long percent, MProgress* progress);
 
   HWND TargetOf(std::size_t level) const;  // null if it has none
-  bool Find(const MProgress* progress, Pin& entry_before) const;
-  void SendTextOf(const MProgress& progress) const;
-  void SendText(std::size_t level, const std::wstring& text) const;
+  bool IsListed(const MProgress* progress) const;
+  bool PinEntryBefore(const MProgress* progress, Pin& pin) const;  // false if there is none
+  static Shown ShownBy(const MProgress& progress);
+  void SendText(const Shown& shown) const;
   void _MProgressSendMessage(HWND window, unsigned int message, std::uint64_t first,
                              std::int64_t second) const;
   void Forget(const MProgress* progress);
@@ -202,7 +207,7 @@ class QELBASE_API MProgress : private StdBase::LocalLocking {
 
  private:
   friend class MProgressManager;
-  void StepBy(double amount);
+  void StepBy(const double& amount);
   void SetQuietBelow();
   // The figure that this scope shows when the one nested in it is at `percent`.
   long FigureFromChild(long percent) const;

@@ -87,11 +87,16 @@ MProgressManager& MProgressManager::operator=(const MProgressManager& other) {
 
 // --- The list ----------------------------------------------------------------------------------
 
-bool MProgressManager::Find(const MProgress* progress, Pin& entry_before) const {
+bool MProgressManager::IsListed(const MProgress* progress) const {
+  const auto lock = LockClass();
+  return std::find(m_scopes.begin(), m_scopes.end(), progress) != m_scopes.end();
+}
+
+bool MProgressManager::PinEntryBefore(const MProgress* progress, Pin& pin) const {
   const auto lock = LockClass();
   const auto found = std::find(m_scopes.begin(), m_scopes.end(), progress);
-  if (found == m_scopes.end()) return false;
-  if (found != m_scopes.begin()) entry_before.Set(*std::prev(found));
+  if (found == m_scopes.end() || found == m_scopes.begin()) return false;
+  pin.Set(*std::prev(found));
   return true;
 }
 
@@ -130,22 +135,27 @@ std::size_t MProgressManager::_Begin(MProgress* progress) {
     m_scopes.push_back(progress);
     level = m_scopes.size() - 1;
   }
-  SendText(level, progress->m_text);
+  SendText({level, progress->m_text});
   if (const HWND target = TargetOf(level)) {
     _MProgressSendMessage(target, MProgressMessage::kBegin, level, 0);
   }
   return level;
 }
 
+// The pin is given back before the text goes out: a window procedure may then end the entry before.
 std::size_t MProgressManager::_End(MProgress* progress) {
   if (!progress) return kNoLevel;
   const auto scope_lock = progress->LockThis();
-  Pin before;
-  if (!Find(progress, before)) return kNoLevel;
+  if (!IsListed(progress)) return kNoLevel;
   if (const HWND target = TargetOf(progress->m_level)) {
     _MProgressSendMessage(target, MProgressMessage::kEnd, progress->m_level, 0);
   }
-  if (MProgress* parent = before.scope()) SendTextOf(*parent);
+  Shown before;
+  {
+    Pin pin;
+    if (PinEntryBefore(progress, pin)) before = ShownBy(*pin.scope());
+  }
+  SendText(before);
   const auto lock = LockClass();
   std::erase(m_scopes, progress);
   return kNoLevel;
@@ -155,18 +165,12 @@ std::size_t MProgressManager::_End(MProgress* progress) {
 
 void MProgressManager::_SetText(MProgress* progress) {
   _NotifySink();
-  if (progress) SendTextOf(*progress);
+  if (progress) SendText(ShownBy(*progress));
 }
 
-void MProgressManager::SendTextOf(const MProgress& progress) const {
-  std::size_t level;
-  std::wstring text;
-  {
-    const auto scope_lock = progress.LockThis();
-    level = progress.m_level;
-    text = progress.m_text;
-  }
-  SendText(level, text);
+MProgressManager::Shown MProgressManager::ShownBy(const MProgress& progress) {
+  const auto scope_lock = progress.LockThis();
+  return {progress.m_level, progress.m_text};
 }
 
 void MProgressManager::_SendMessageUpdate(long percent, MProgress* progress) {
@@ -177,9 +181,9 @@ void MProgressManager::_SendMessageUpdate(long percent, MProgress* progress) {
                           static_cast<std::int32_t>(percent));
   }
   Pin before;
-  if (!Find(progress, before)) return;
+  if (!PinEntryBefore(progress, before)) return;
   MProgress* const parent = before.scope();
-  if (!parent || !parent->m_adjust.load(std::memory_order_relaxed)) return;
+  if (!parent->m_adjust.load(std::memory_order_relaxed)) return;
   const auto parent_lock = parent->LockThis();
   const bool has_ended = parent->m_level == kNoLevel;
   if (!has_ended) parent->_SendMessageUpdate(parent->FigureFromChild(percent));
@@ -200,15 +204,15 @@ HWND MProgressManager::TargetOf(std::size_t level) const {
   return level < m_targets.size() ? m_targets[level] : nullptr;
 }
 
-void MProgressManager::SendText(std::size_t level, const std::wstring& text) const {
-  const HWND window = TargetOf(level);
+void MProgressManager::SendText(const Shown& shown) const {
+  const HWND window = TargetOf(shown.level);
   if (!window) return;
-  const auto copy = std::make_shared<const std::wstring>(text.c_str());
+  const auto copy = std::make_shared<const std::wstring>(shown.text.c_str());
   if (sys::GetWindowThreadProcessId(window, nullptr) == sys::GetCurrentThreadId()) {
-    sys::SendMessageW(window, MProgressMessage::kText, level,
+    sys::SendMessageW(window, MProgressMessage::kText, shown.level,
                       reinterpret_cast<LPARAM>(copy->c_str()));
   } else if (!m_only_current_thread.load(std::memory_order_relaxed)) {
-    sys::PostTextMessageW(window, MProgressMessage::kText, level, copy);
+    sys::PostTextMessageW(window, MProgressMessage::kText, shown.level, copy);
   }
 }
 

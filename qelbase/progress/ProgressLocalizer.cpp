@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "qelbase/outside/system/text.h"
+#include "qelbase/outside/components/formatting.h"
 
 namespace {
 
@@ -220,7 +220,7 @@ namespace QelBase {
 
 std::wstring ProgressLocalizer::Localize(const std::string& key) {
   if (const Row* row = Find(key)) return std::wstring(row->text);
-  return qel::sys::Widen(key, qel::sys::CP_UTF8);
+  return QelStdBase::ConvertAnsiToUnicode(key);
 }
 
 }  // namespace QelBase

@@ -156,12 +156,14 @@ int COXRegistry::CreateKey(const wchar_t* subkey, const wchar_t* class_name, Cre
                            CreatePermissions permissions, const SECURITY_ATTRIBUTES* security,
                            CreationDisposition* disposition) {
   if (!subkey) return refuse(L"In COXRegistry::CreateKey() : Invalid parameter");
-  closeKey();
+  HKEY key = nullptr;
   DWORD made = 0;
   const int done = outcome(RegCreateKeyExW(m_root, subkey, 0, class_name ? class_name : L"",
-                                           options, permissions, security, &m_key, &made),
+                                           options, permissions, security, &key, &made),
                            L"In COXRegistry::CreateKey() : Subkey creation failed (error code ");
   if (!done) return 0;
+  closeKey();
+  m_key = key;
   if (disposition) *disposition = static_cast<CreationDisposition>(made);
   m_key_name = subkey;
   return 1;

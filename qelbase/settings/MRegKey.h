@@ -81,7 +81,8 @@ class QELBASE_API MRegKey {
                    int remove = 0);
   int SetRegBinary(const wchar_t* name, const CByteArray& value, int remove = 0);
 
-  // Only a value of exactly this size; a null pointer asks whether there is one.
+  // Only a value of exactly this size; a null pointer asks whether there is one, and leaves
+  // WRONG_STRUCT as the last error also where the answer is 1.
   int GetRegStruct(const wchar_t* name, void* data, std::uint32_t size);
   int SetRegStruct(const wchar_t* name, const void* data, std::uint32_t size, int remove = 0);
 

@@ -236,7 +236,8 @@ int MRegKey::GetRegStruct(const wchar_t* name, void* data, std::uint32_t size) {
   if (!findValue(name, REG_BINARY, stored)) {
     return m_last_error == WRONG_FORM ? wrongForm(WRONG_STRUCT) : 0;
   }
-  if (stored != size) return wrongForm(WRONG_STRUCT);
+  m_last_error = WRONG_STRUCT;  // stays for who only asks
+  if (stored != size) return 0;
   if (!data) return 1;
   std::memset(data, 0, size);
   return readValue(name, data, stored);

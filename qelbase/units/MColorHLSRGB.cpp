@@ -6,6 +6,8 @@
 
 #include "qelbase/units/truncate_internal.h"
 
+using qel::units::FromByte;
+
 // The same bits everywhere: no wider intermediates here, no fused or reordered steps.
 static_assert(FLT_EVAL_METHOD == 0, "build with SSE arithmetic");
 #ifdef __FAST_MATH__
@@ -13,10 +15,6 @@ static_assert(FLT_EVAL_METHOD == 0, "build with SSE arithmetic");
 #endif
 
 namespace {
-
-float FromByte(unsigned long value) {
-  return static_cast<float>(value & 0xFF) / 255.0f;
-}
 
 float FromLong(long value, float scale) {
   return static_cast<float>(static_cast<std::int32_t>(value)) / scale;

@@ -4,13 +4,11 @@
 
 #include "qelbase/units/truncate_internal.h"
 
+using qel::units::FromByte;
+
 namespace MColor_COLORREF {
 
 namespace {
-
-float FromByte(unsigned long value) {
-  return static_cast<float>(value & 0xFF) / 255.0f;
-}
 
 unsigned long ToByte(float part) {
   return qel::units::Truncate<std::uint8_t>(static_cast<double>(part * 255.0f + 0.5f));

@@ -19,7 +19,7 @@ void Set(Parts& parts, float r, float g, float b, float a) {
 
 void Set(Parts& parts, unsigned long word) {
   for (float& part : parts) {
-    part = static_cast<float>(word & 0xFF) / 255.0f;
+    part = qel::units::FromByte(word);
     word >>= 8;
   }
 }

@@ -1,5 +1,5 @@
 #pragma once
-// From floating point to whole numbers, in the one way of this room.
+// Between floating point and whole numbers, in the one way of this room.
 
 #include <cmath>
 #include <cstdint>
@@ -14,6 +14,11 @@ T Truncate(double value) {
   if (std::fabs(value) < 0x1p63) return static_cast<T>(static_cast<std::int64_t>(value));
   if (!std::isfinite(value)) return T{};
   return static_cast<T>(static_cast<std::int64_t>(std::fmod(value, 0x1p32)));
+}
+
+// The part that the lowest byte of `value` stands for.
+inline float FromByte(unsigned long value) {
+  return static_cast<float>(value & 0xFF) / 255.0f;
 }
 
 }  // namespace qel::units

@@ -202,7 +202,10 @@ TEST(MProgress, AScopeThatHasNotBegunTellsNobodyButItself) {
 
 TEST(MProgress, ASinkHearsEachStepBeforeItAndEachText) {
   struct Sink final : IProgressSink {
-    void Notify() override { positions.push_back(scope ? scope->updates.size() : 0); }
+    void Notify() override {
+      positions.push_back(scope->updates.size());
+      if (positions.size() == 2) scope->SetChildWeight(30);
+    }
     Watched* scope = nullptr;
     std::vector<std::size_t> positions;
   } sink;
@@ -216,6 +219,7 @@ TEST(MProgress, ASinkHearsEachStepBeforeItAndEachText) {
   MProgressManager::SetSink(nullptr);
   scope.Increment();
   EXPECT_EQ(sink.positions, (std::vector<std::size_t>{0, 1, 3}));
+  EXPECT_EQ(scope.updates, (Figures{1, 31, 50, 51}));
 }
 
 TEST(MProgress, TextsByNumberComeFromTheInstalledWrapper) {
@@ -318,4 +322,23 @@ TEST(MProgressManager, AWindowProcedureMayComeBackToTheScopeThatCallsIt) {
   MProgressManager::ResetUITargets();
   qel::sys::DestroyWindow(window);
   EXPECT_EQ(figures, (Figures{10, 20}));
+}
+
+TEST(MProgressManager, AWindowProcedureMayDestroyTheScopeAboveTheOneThatEnds) {
+  for (const UINT when : {MProgressMessage::kEnd, MProgressMessage::kText}) {
+    std::unique_ptr<MProgress> outer;
+    const HWND window =
+        qel::sys::CreateMessageWindow([&](HWND, UINT message, WPARAM, LPARAM) -> LRESULT {
+          if (message == when) std::exchange(outer, nullptr).reset();
+          return 0;
+        });
+    outer = std::make_unique<MProgress>();
+    MProgress inner;
+    MProgressManager::AttachUITarget(window);
+    MProgressManager::AttachUITarget(window);
+    inner.End();
+    MProgressManager::ResetUITargets();
+    qel::sys::DestroyWindow(window);
+    EXPECT_EQ(outer, nullptr);
+  }
 }

@@ -90,6 +90,10 @@ TEST_F(Keys, PathOpensLevelByLevel) {
   EXPECT_EQ(registry.OpenPath(L"Software\\Co\\App\\x", HKEY_CURRENT_USER), 1);
   EXPECT_EQ(registry.SetStringValue(L"s", L""), 1);
   EXPECT_EQ(CRegUtils::GetRegKeySize(L"Software\\Co\\App\\x", L"s"), 2);
+  EXPECT_EQ(registry.CreateKey(L"\\refused", nullptr, COXRegistry::optionNonVolatile,
+                               COXRegistry::permissionAllAccess, nullptr, nullptr),
+            0);
+  EXPECT_EQ(registry.SetStringValue(L"s", L"still open"), 1);
   logged();
   EXPECT_EQ(registry.OpenKey(L"Software\\None", COXRegistry::permissionRead), 0);
   EXPECT_EQ(registry.QueryInfo(), 0);
@@ -239,6 +243,7 @@ TEST_F(Keys, StructuresHaveOneSize) {
   ASSERT_TRUE(key.SetRegStruct(L"s", bytes, 3));
   std::uint8_t read[4] = {9, 9, 9, 9};
   EXPECT_TRUE(key.GetRegStruct(L"s", nullptr, 3));
+  EXPECT_EQ(key.GetLastError(), MRegKey::WRONG_STRUCT);
   EXPECT_FALSE(key.GetRegStruct(L"s", read, 4));
   EXPECT_EQ(key.GetLastError(), MRegKey::WRONG_STRUCT);
   EXPECT_EQ(read[0], 9);

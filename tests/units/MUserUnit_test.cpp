@@ -24,15 +24,10 @@ struct Texts final : IResStringWrapper {
   Texts() { SetMResStringWrapper(this); }
   ~Texts() { SetMResStringWrapper(nullptr); }
   bool LoadStringEx(std::wstring& text, unsigned id) override {
-    const auto found = texts.find(id);
-    if (found == texts.end()) return false;
-    text = found->second;
-    return true;
+    text = texts[id];
+    return !text.empty();
   }
-  std::int32_t LoadCharEx(wchar_t* buffer, unsigned first, unsigned second) override {
-    buffer[0] = static_cast<wchar_t>(first);
-    return static_cast<std::int32_t>(second);
-  }
+  std::int32_t LoadCharEx(wchar_t*, unsigned, unsigned) override { return 0; }
 };
 
 struct Listener : IUserUnitDependent {
@@ -84,14 +79,14 @@ TEST(MUserUnit, ConvertsInTheStatedSteps) {
 TEST(MUserUnit, BringsEveryStlLengthBack) {
   const MUserUnit units[] = {MUserUnit(MUserUnit::UNIT_MILLIMETRE),
                              MUserUnit(MUserUnit::UNIT_INCH)};
-  EXPECT_TRUE(rc::check([&](std::int32_t stl) {
+  EXPECT_TRUE(rc::check([&] {
+    const auto stl = *rc::gen::oneOf(
+        rc::gen::arbitrary<std::int32_t>(),
+        rc::gen::element<std::int32_t>(INT32_MIN, INT32_MIN + 1, INT32_MAX - 1, INT32_MAX));
     for (const MUserUnit& unit : units) {
       RC_ASSERT(unit.ConvertFromUIToStlUnits(unit.ConvertFromStlUnitsToUI(stl)) == stl);
     }
   }));
-  for (const std::int32_t stl : {INT32_MIN, INT32_MIN + 1, -1, 0, 1, INT32_MAX - 1, INT32_MAX}) {
-    EXPECT_EQ(units[1].ConvertFromUIToStlUnits(units[1].ConvertFromStlUnitsToUI(stl)), stl);
-  }
 }
 
 TEST(MUnit, RoundsAndSaturatesStlUnits) {
@@ -111,43 +106,39 @@ TEST(MUnit, RoundsAndSaturatesStlUnits) {
   for (const auto& row : rows) EXPECT_EQ(MUnit::ConvertFromMmToStlUnits(row.mm), row.stl) << row.mm;
 }
 
-TEST_F(SharedUserUnit, LoadsTextsAtEachSetting) {
+TEST_F(SharedUserUnit, LoadsItsTextsAndTellsOfAChangeAtEachSetting) {
   unit.SetUnit(MUserUnit::UNIT_MILLIMETRE);
   EXPECT_STREQ(unit.GetName(), L"");
-  EXPECT_STREQ(unit.GetAbbreviation(), L"");
   Texts wrapper;
   Listener listener;
-  unit.SetUnit(MUserUnit::UNIT_MILLIMETRE);
-  EXPECT_STREQ(unit.GetName(), L"millimetre");
-  EXPECT_STREQ(unit.GetAbbreviation(), L"mm");
-  EXPECT_EQ(listener.calls, 0);
-  unit.SetUnit(MUserUnit::UNIT_INCH);
-  EXPECT_STREQ(unit.GetName(), L"inch");
-  EXPECT_STREQ(unit.GetAbbreviation(), L"in");
-  EXPECT_EQ(listener.calls, 1);
-  wrapper.texts.clear();
-  unit.SetUnit(MUserUnit::UNIT_INCH);
-  EXPECT_STREQ(unit.GetName(), L"");
-}
-
-TEST_F(SharedUserUnit, KeepsEverythingButTheNumberForAnUnknownUnit) {
-  unit.SetUnit(MUserUnit::UNIT_INCH);
-  Listener listener;
-  unit.SetUnit(static_cast<MUserUnit::UNIT_TYPE>(5));
-  EXPECT_EQ(unit.GetUnit(), 5);
-  EXPECT_EQ(unit.ConvertFromUIToMm(2), 50.8);
-  EXPECT_EQ(listener.calls, 0);
-  unit.SetUnit(MUserUnit::UNIT_INCH);  // differs from 5
-  EXPECT_EQ(listener.calls, 1);
-}
-
-TEST_F(SharedUserUnit, AloneSetsTheConversionFactor) {
   const auto& internal = QelSDK::Common::MInternalUnits::GetInstance();
-  EXPECT_EQ(internal.GetConversionFactor(), 1.0);
   MUserUnit(MUserUnit::UNIT_MILLIMETRE).SetUnit(MUserUnit::UNIT_INCH);
-  EXPECT_EQ(internal.GetConversionFactor(), 1.0);
-  unit.SetUnit(MUserUnit::UNIT_INCH);
-  EXPECT_EQ(internal.GetConversionFactor(), 25.4);
+  EXPECT_EQ(internal.GetConversionFactor(), 1.0);  // only the shared unit sets it
+  const struct {
+    int unit, calls;
+    double factor;
+    const wchar_t *name, *abbreviation;
+  } rows[] = {
+      {0, 0, 1.0, L"millimetre", L"mm"},
+      {1, 1, 25.4, L"inch", L"in"},
+      {1, 1, 25.4, L"inch", L"in"},
+      {5, 1, 25.4, L"inch", L"in"},  // keeps everything but the number
+      {1, 2, 25.4, L"inch", L"in"},
+      {0, 3, 1.0, L"millimetre", L"mm"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    unit.SetUnit(static_cast<MUserUnit::UNIT_TYPE>(row.unit));
+    EXPECT_EQ(unit.GetUnit(), row.unit);
+    EXPECT_STREQ(unit.GetName(), row.name);
+    EXPECT_STREQ(unit.GetAbbreviation(), row.abbreviation);
+    EXPECT_EQ(internal.GetConversionFactor(), row.factor);
+    EXPECT_EQ(unit.ConvertFromUIToMm(2), 2 * row.factor);
+    EXPECT_EQ(listener.calls, row.calls);
+  }
+  wrapper.texts.clear();
+  unit.SetUnit(MUserUnit::UNIT_MILLIMETRE);
+  EXPECT_STREQ(unit.GetName(), L"");
 }
 
 TEST_F(SharedUserUnit, PrintsWithinTheBuffer) {
@@ -234,30 +225,6 @@ TEST_F(SharedUserUnit, StaysUsableAfterAListenerThrew) {
   unit.RemoveUserUnitListener(&listener);
   change();
   EXPECT_EQ(listener.calls, 1);
-}
-
-TEST(ResourceStrings, PassThroughTheWrapper) {
-  CStringW old = L"old";
-  std::wstring text = L"old";
-  wchar_t buffer[] = L"old";
-  EXPECT_FALSE(QelResLoadStringEx(old, 672));
-  EXPECT_STREQ(old, L"old");
-  EXPECT_FALSE(QelResLoadStringEx(text, 672));
-  EXPECT_EQ(text, L"");
-  EXPECT_EQ(QelResLoadCharEx(buffer, 7, 8), 0);
-  EXPECT_STREQ(buffer, L"");
-  EXPECT_EQ(buffer[1], L'l');
-
-  Texts wrapper;
-  EXPECT_TRUE(QelResLoadStringEx(old, 672));
-  EXPECT_STREQ(old, L"mm");
-  EXPECT_FALSE(QelResLoadStringEx(old, 1));
-  EXPECT_STREQ(old, L"mm");
-  EXPECT_TRUE(QelResLoadStringEx(text, 675));
-  EXPECT_EQ(text, L"inch");
-  EXPECT_EQ(QelResLoadStringEx(1), L"");
-  EXPECT_EQ(QelResLoadCharEx(buffer, 7, 8), 8);
-  EXPECT_EQ(buffer[0], 7);
 }
 
 }  // namespace

@@ -19,11 +19,11 @@ std::wstring FormatStringV(const wchar_t* format, va_list args) {
 }
 
 std::wstring ConvertAnsiToUnicode(const char* text) {
-  return text ? qel::sys::Widen(text) : std::wstring();
+  return text ? ConvertAnsiToUnicode(std::string(text)) : std::wstring();
 }
 
 std::wstring ConvertAnsiToUnicode(const std::string& text) {
-  return qel::sys::Widen(text);
+  return qel::sys::Widen(text, qel::sys::CP_UTF8);
 }
 
 }  // namespace QelStdBase

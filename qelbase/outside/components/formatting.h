@@ -13,7 +13,7 @@ namespace QelStdBase {
 QELBASE_API std::wstring FormatString(const wchar_t* format, ...);
 QELBASE_API std::wstring FormatStringV(const wchar_t* format, va_list args);
 
-// From the default code page; null gives an empty text.
+// From UTF-8, whatever the default code page is; null gives an empty text.
 QELBASE_API std::wstring ConvertAnsiToUnicode(const char* text);
 QELBASE_API std::wstring ConvertAnsiToUnicode(const std::string& text);
 

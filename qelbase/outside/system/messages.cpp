@@ -12,6 +12,7 @@
 #include <deque>
 #include <mutex>
 #include <shared_mutex>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -55,35 +56,36 @@ class Queue {
   DWORD thread() const { return m_thread; }
 
   DWORD Post(const MSG& message, const Window* window, Text text) {
-    std::lock_guard lock(m_lock);
+    std::unique_lock lock(m_lock);
     if (m_closed || (window && window->gone)) return ERROR_INVALID_WINDOW_HANDLE;
     if (m_posted.size() >= kQueueLimit) return ERROR_NOT_ENOUGH_QUOTA;
     m_posted.push_back({message, std::move(text)});
-    Signal();
+    Signal(lock);
     return ERROR_SUCCESS;
   }
 
   bool PushCall(const std::shared_ptr<Call>& call, const Window& window) {
-    std::lock_guard lock(m_lock);
+    std::unique_lock lock(m_lock);
     if (m_closed || window.gone) return false;
     m_calls.push_back(call);
-    Signal();
+    Signal(lock);
     return true;
   }
 
   void Finish(Call& call, LRESULT result, bool refused) {
-    std::lock_guard lock(m_lock);
+    std::unique_lock lock(m_lock);
     call.result = result;
     call.refused = refused;
     call.done = true;
+    lock.unlock();
     m_changed.notify_all();
   }
 
   void Quit(int exit_code) {
-    std::lock_guard lock(m_lock);
+    std::unique_lock lock(m_lock);
     m_quit = true;
     m_exit_code = exit_code;
-    Signal();
+    Signal(lock);
   }
 
   // For the owner: the next call of another thread, or null.
@@ -138,9 +140,14 @@ class Queue {
     return call;
   }
 
-  // Wakes the owner, in whichever way it waits.
-  void Signal() {
+  // Wakes the owner, in whichever way it waits: without the lock, which it takes first of all.
+  void Signal(std::unique_lock<std::mutex>& lock) {
+    MakeReadable();
+    lock.unlock();
     m_changed.notify_all();
+  }
+
+  void MakeReadable() {
     if (m_descriptor < 0 || m_readable) return;
     const std::uint64_t one = 1;
     m_readable = ::write(m_descriptor, &one, sizeof one) == sizeof one;
@@ -185,12 +192,16 @@ bool Queue::Take(MSG& message, HWND window, UINT first, UINT last, bool remove) 
   return true;
 }
 
+// A sender that is at work has more to say as a rule: it gets the processor once before the owner
+// sleeps, since each sleep costs the sender a call of the system to end it.
 void Queue::AwaitMessage(HWND window, UINT first, UINT last) {
-  std::unique_lock lock(m_lock);
-  m_changed.wait(lock, [&] {
+  const auto has_come = [&] {
     return !m_calls.empty() || Find(window, first, last) != m_posted.end() ||
            (m_quit && Matches({nullptr, WM_QUIT, 0, 0}, window, first, last));
-  });
+  };
+  std::this_thread::yield();
+  std::unique_lock lock(m_lock);
+  m_changed.wait(lock, has_come);
 }
 
 void Queue::Forget(HWND handle, Window& window) {
@@ -234,7 +245,7 @@ int Queue::Descriptor() {
     SetLastError(ErrorFromErrno(errno));
     return -1;
   }
-  if (m_quit || !m_posted.empty() || !m_calls.empty()) Signal();
+  if (m_quit || !m_posted.empty() || !m_calls.empty()) MakeReadable();
   return m_descriptor;
 }
 

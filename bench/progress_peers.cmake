@@ -1,0 +1,5 @@
+find_package(Qt5 QUIET COMPONENTS Core)
+if(Qt5_FOUND)
+  target_link_libraries(bench_progress PRIVATE Qt5::Core)
+  target_compile_definitions(bench_progress PRIVATE HAVE_QT)
+endif()
