@@ -1,6 +1,7 @@
 #include "qelbase/outside/system/syscalls_internal.h"
 
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/xattr.h>
 
 #include <cstdio>
@@ -68,6 +69,9 @@ constinit SystemCalls calls = {
     .futimens = ::futimens,
     .getcwd = ::getcwd,
     .realpath = ::realpath,
+    .mmap = ::mmap,
+    .fork = ::fork,
+    .mutex_init = ::pthread_mutex_init,
 };
 
 }  // namespace

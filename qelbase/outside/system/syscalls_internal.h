@@ -6,6 +6,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/types.h>
@@ -60,6 +61,9 @@ struct SystemCalls {
   int (*futimens)(int fd, const struct timespec times[2]);
   char* (*getcwd)(char* out, size_t size);
   char* (*realpath)(const char* path, char* out);
+  void* (*mmap)(void* address, size_t size, int protection, int flags, int fd, off_t offset);
+  pid_t (*fork)();
+  int (*mutex_init)(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);  // gives errno
 };
 
 // The table in force. A test copies it, puts its own functions in, and puts the copy back.

@@ -34,3 +34,5 @@ using HINSTANCE = struct HINSTANCE__*;
 using HMODULE = HINSTANCE;
 using HWND = struct HWND__*;
 using HKEY = struct HKEY__*;
+using SC_HANDLE = struct SC_HANDLE__*;
+using SERVICE_STATUS_HANDLE = struct SERVICE_STATUS_HANDLE__*;
