@@ -2,6 +2,8 @@
 // in reverse. Within one file the order is that of the lines, so that all of them stand here and
 // nowhere else. An object may use those above it.
 
+#include "qelbase/platform/CTimeCountOutput.h"
+#include "qelbase/platform/hard_exceptions_internal.h"
 #include "qelbase/progress/IStatusCallback.h"
 #include "qelbase/progress/ProgressToStatusCallback.h"
 #include "qelbase/settings/MSoftKey.h"
@@ -14,6 +16,9 @@ constinit std::atomic<IStatusCallback*> IStatusCallback::mp_instance = nullptr;
 ProgressToStatusCallback::ProgressDelegateFactory
     ProgressToStatusCallback::ProgressDelegateFactory::mg_instance;
 
+// Translates the faults of the loading thread.
+MMExceptionTranslator MMExceptionTranslator::mg_instance;
+
 // Sets the conversion factor of the internal units.
 MUserUnit MUserUnit::mg_user_unit(MUserUnit::UNIT_MILLIMETRE);
 
@@ -21,3 +26,6 @@ MUserUnit MUserUnit::mg_user_unit(MUserUnit::UNIT_MILLIMETRE);
 CStringW MSoftKey::m_CompanyName = L"!TestCompany";
 CStringW MSoftKey::m_ProductName = MSoftKey::GetDefaultProductName();
 CStringW MSoftKey::m_ProductVersion;
+
+// No file.
+CStringW CTimeCountOutput::m_output_file_name;
