@@ -112,6 +112,7 @@ class StackReserve {
   // False if it is open already, so that there is no room left.
   bool open() {
     if (!m_exists || m_is_open) return false;
+    if (m_is_first_thread) growStack();
     m_is_open = protect(PROT_READ | PROT_WRITE);
     return m_is_open;
   }
@@ -134,6 +135,10 @@ class StackReserve {
     void* const at = mmap(m_memory, StackRange::reserve, PROT_NONE, flags, -1, 0);
     if (at != MAP_FAILED && at != m_memory) munmap(at, StackRange::reserve);
     return at == m_memory;
+  }
+  // The kernel does not let it grow any more into the neighbourhood of what is open.
+  void growStack() {
+    static_cast<void>(static_cast<volatile char*>(m_memory)[StackRange::reserve]);
   }
   bool protect(int access) { return mprotect(m_memory, StackRange::reserve, access) == 0; }
 
@@ -309,22 +314,23 @@ void callTranslator(_se_translator_function translator, DWORD code, const siginf
   pthread_sigmask(SIG_SETMASK, &inner, nullptr);
 }
 
+// False for no fault, and for a stack overflow without room for what unwinding runs.
+bool makeRoom(FaultThread& thread, DWORD code, const ucontext_t& context) {
+  if (code == EXCEPTION_STACK_OVERFLOW) return thread.reserve.open();
+  thread.reserve.close(faults::StackPointer(context));
+  return code != 0;
+}
+
 // Returns if the fault is somebody else's.
 void translate(FaultThread& thread, int signal, const siginfo_t& info, ucontext_t& context) {
   const DWORD code = faults::CodeOf(signal, info, context, thread.stack);
-  if (code == EXCEPTION_STACK_OVERFLOW) {
-    if (!thread.reserve.open()) return;
-  } else {
-    thread.reserve.close(faults::StackPointer(context));
-  }
-  if (code == 0) return;
   const mcontext_t registers = context.uc_mcontext;
   const std::uintptr_t place = faults::ProgramCounter(context);
-  faults::StepToCause(signal, info, context);
   thread.is_looking = true;
-  const bool may_be_caught = faults::MayBeCaught(code, context);
+  faults::StepToCause(signal, info, context);
+  const bool is_ours = makeRoom(thread, code, context) && faults::MayBeCaught(code, context);
   thread.is_looking = false;
-  if (may_be_caught) callTranslator(thread.translator, code, info, context, place);
+  if (is_ours) callTranslator(thread.translator, code, info, context, place);
   context.uc_mcontext = registers;
 }
 

@@ -1,8 +1,6 @@
-// A user's program: faults caught as exceptions, told on standard output; faults that end it. Built
-// with what the library's target hands to its users, and nothing else. Run by faults_test.cpp:
-// fault_program CASE.
-#include <cxxabi.h>
-#include <fcntl.h>
+// A user's program: faults caught as exceptions and told on standard output, faults that end it,
+// and what is asked once in a process. Built with what the library's target hands to its users, and
+// nothing else. Run by the tests beside it: user_program WHAT HOW.
 #include <qelbase/qelbase.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -341,8 +339,9 @@ extern "C" void first(int, siginfo_t*, void*) {
 }
 
 // Before any library of the program begins.
-void setFirst(int, char**, char**) {
-  if (!std::getenv("FIRST_HANDLER")) return;
+void setFirst(int, char**, char** environment) {
+  while (*environment && std::strcmp(*environment, "FIRST_HANDLER=1") != 0) ++environment;
+  if (!*environment) return;
   struct sigaction action {};
   action.sa_sigaction = first;
   action.sa_flags = SA_SIGINFO;
@@ -376,6 +375,19 @@ int endHere(const std::string& how) {
   return 3;
 }
 
+// Whether there is a debugger is asked at the first flush.
+int countTime() {
+  SetDebugSink([](std::wstring_view text) { std::printf("%ls", std::wstring(text).c_str()); });
+  {
+    const DebuggerOverride debugger(true);
+    CTimeCountOutput(L"first").FlushAndDisable();
+  }
+  const DebuggerOverride none(false);
+  CTimeCountOutput(L"second").FlushAndDisable();
+  SetDebugSink({});
+  return 0;
+}
+
 int run(const std::string& what, const std::string& how) {
   if (what == "end") return endHere(how);
   if (const auto fault = faults.find(how); fault != faults.end()) {
@@ -386,6 +398,7 @@ int run(const std::string& what, const std::string& how) {
   if (how == "catch") return inCatchClause();
   if (how == "translator") return ownTranslator();
   if (how == "library") return inLibrary();
+  if (how == "time") return countTime();
   if (how == "ontop") return withHandlerOnTop();
   return 2;
 }
