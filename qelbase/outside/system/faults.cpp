@@ -89,18 +89,18 @@ StackRange stackOfThread() {
 // run in. Opened by the overflow, closed when it is over.
 class StackReserve {
  public:
-  explicit StackReserve(const StackRange& stack)
-      : m_memory(reinterpret_cast<void*>(stack.low)), m_is_first_thread(gettid() == getpid()) {
+  explicit StackReserve(const StackRange& stack) : m_memory(reinterpret_cast<void*>(stack.low)) {
     constexpr std::size_t smallest = 8 * StackRange::reserve;
     constexpr std::size_t largest = std::size_t{1} << 32;  // no limit at all is not come to
     if (stack.size < smallest || stack.size > largest) return;
-    m_exists = m_is_first_thread ? mapBelowStack() : protect(PROT_NONE);
+    m_is_below_stack = gettid() == getpid() && mapBelowStack();
+    m_exists = m_is_below_stack || protect(PROT_NONE);
   }
 
   // The memory goes back to the owner of the stack, who may use it again.
   ~StackReserve() {
     if (!m_exists) return;
-    if (m_is_first_thread) {
+    if (m_is_below_stack) {
       munmap(m_memory, StackRange::reserve);
     } else {
       protect(PROT_READ | PROT_WRITE);
@@ -112,7 +112,7 @@ class StackReserve {
   // False if it is open already, so that there is no room left.
   bool open() {
     if (!m_exists || m_is_open) return false;
-    if (m_is_first_thread) growStack();
+    if (m_is_below_stack) growStack();
     m_is_open = protect(PROT_READ | PROT_WRITE);
     return m_is_open;
   }
@@ -143,7 +143,7 @@ class StackReserve {
   bool protect(int access) { return mprotect(m_memory, StackRange::reserve, access) == 0; }
 
   void* m_memory;
-  bool m_is_first_thread;
+  bool m_is_below_stack = false;
   bool m_exists = false;
   bool m_is_open = false;
 };
