@@ -3,6 +3,8 @@
 // nowhere else. An object may use those above it.
 
 #include "qelbase/checks/COXCRC.h"
+#include "qelbase/platform/CTimeCountOutput.h"
+#include "qelbase/platform/hard_exceptions_internal.h"
 #include "qelbase/progress/IStatusCallback.h"
 #include "qelbase/progress/ProgressToStatusCallback.h"
 #include "qelbase/settings/MSoftKey.h"
@@ -15,6 +17,9 @@ constinit std::atomic<IStatusCallback*> IStatusCallback::mp_instance = nullptr;
 ProgressToStatusCallback::ProgressDelegateFactory
     ProgressToStatusCallback::ProgressDelegateFactory::mg_instance;
 
+// Translates the faults of the loading thread.
+MMExceptionTranslator MMExceptionTranslator::mg_instance;
+
 // Sets the conversion factor of the internal units.
 MUserUnit MUserUnit::mg_user_unit(MUserUnit::UNIT_MILLIMETRE);
 
@@ -26,3 +31,5 @@ CStringW MSoftKey::m_ProductVersion;
 // Empty from the first moment on, so that any static object may make a check.
 constinit COXCRC16::CTableList COXCRC16::m_tableList;
 constinit COXCRC32::CTableList COXCRC32::m_tableList;
+// No file.
+CStringW CTimeCountOutput::m_output_file_name;

@@ -116,15 +116,18 @@ void Sleep(DWORD milliseconds) {
 }
 
 std::tm LocalTime() {
+  std::tm local{};
+  static_cast<void>(LocalTime(local));
+  return local;
+}
+
+bool LocalTime(std::tm& local) {
   const std::optional<std::int64_t> zone = overridden(&ClockFacts::zone_s);
   const auto now = static_cast<std::time_t>(_time64(nullptr) + zone.value_or(0));
-  std::tm local{};
-  if (zone) {
-    gmtime_r(&now, &local);
-  } else {
-    localtime_r(&now, &local);
-  }
-  return local;
+  std::tm result{};
+  if (!(zone ? gmtime_r(&now, &result) : localtime_r(&now, &result))) return false;
+  local = result;
+  return true;
 }
 
 ClockOverride::ClockOverride() : m_facts(std::make_unique<ClockFacts>()) {

@@ -29,6 +29,8 @@ QELBASE_API void Sleep(DWORD milliseconds);
 
 // The present time (_time64) in the user's time zone.
 [[nodiscard]] QELBASE_API std::tm LocalTime();
+// The same; false, and `local` untouched, for a time that has no local form.
+[[nodiscard]] QELBASE_API bool LocalTime(std::tm& local);
 
 struct ClockFacts;
 

@@ -44,6 +44,7 @@ inline constexpr DWORD ERROR_MORE_DATA = 234;
 inline constexpr DWORD WAIT_TIMEOUT = 258;
 inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 inline constexpr DWORD ERROR_DIRECTORY = 267;
+inline constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;  // no text for a code
 inline constexpr DWORD ERROR_OPERATION_ABORTED = 995;
 inline constexpr DWORD ERROR_BADDB = 1009;
 inline constexpr DWORD ERROR_NOT_REGISTRY_FILE = 1017;
@@ -94,6 +95,16 @@ QELBASE_API void SetLastError(DWORD code);
 // As ErrorFromErrno, but 3 when a folder on the way to `native` is missing or is a file. Looks at
 // the file system for ENOENT and ENOTDIR alone; errno is kept.
 [[nodiscard]] QELBASE_API DWORD ErrorOfPath(int error, const std::string& native);
+
+inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
+inline constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
+
+// The text of a code, in English and closed by CR LF, into a buffer of `size` characters. Gives the
+// length without the terminator; 0 with the last error 317 for a code without text, 122 for a text
+// that does not fit, 87 for flags other than the two above or without the second. A failure code of
+// the form 0x8007xxxx has the text of xxxx. Source, language and inserts are not looked at.
+QELBASE_API DWORD FormatMessageW(DWORD flags, const void* source, DWORD code, DWORD language,
+                                 wchar_t* buffer, DWORD size, const void* inserts);
 
 // Keeps the caller's last error (and errno) over a clean-up.
 class QELBASE_API LastErrorKeeper {

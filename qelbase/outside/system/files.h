@@ -5,6 +5,8 @@
 // The read-only attribute is the absence of every write bit in the file's mode, never a question of
 // who asks: an administrator's process is told the same. All calls are safe on any thread.
 
+#include <cstdio>
+
 #include "qelbase/export.h"
 #include "qelbase/outside/system/types.h"
 
@@ -39,6 +41,15 @@ inline constexpr DWORD MAX_PATH = 260;  // characters of a path with its termina
 
 // Removes an empty folder. ENOTEMPTY also for a file and for the current folder.
 [[nodiscard]] QELBASE_API int _wrmdir(const wchar_t* path);
+
+// Opens a stream: mode r, w or a, then perhaps +, b or t (text, also without a letter) and x (with
+// w: a new file alone); other letters of the mode mean nothing, an unknown one is EINVAL. Others
+// may read and write the file meanwhile, unless they have forbidden it (EACCES, last error 32). A
+// folder and a read-only file opened for writing are EACCES. A stream that reads text gives CR LF
+// as LF and ends at Ctrl-Z, which a+ takes away at the end of the file; it has no buffer for
+// writing, so that one fwrite is one write. Writing leaves line ends as they are. Null, errno and
+// the last error on failure; fclose closes it.
+[[nodiscard]] QELBASE_API std::FILE* _wfopen(const wchar_t* path, const wchar_t* mode);
 
 // --- calls of the system: 1, or 0 with the last error --------------------------------------------
 

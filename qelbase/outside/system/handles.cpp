@@ -11,6 +11,7 @@
 #include "qelbase/outside/system/descriptor_internal.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files.h"
+#include "qelbase/outside/system/handles_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/shares_internal.h"
@@ -186,17 +187,18 @@ HANDLE CreateFileW(const wchar_t* path, DWORD access, DWORD sharing, void* /*sec
   return openFile({std::move(native), access, sharing, disposition, attributes, flags});
 }
 
+Descriptor TakeDescriptor(HANDLE handle) {
+  Table& all = table();
+  const std::lock_guard guard(all.lock);
+  const auto found = all.open.find(reinterpret_cast<std::uintptr_t>(handle));
+  if (found == all.open.end()) return {};
+  Descriptor descriptor = std::move(found->second);
+  all.open.erase(found);
+  return descriptor;
+}
+
 BOOL CloseHandle(HANDLE handle) {
-  Descriptor descriptor;
-  {
-    Table& all = table();
-    const std::lock_guard guard(all.lock);
-    const auto found = all.open.find(reinterpret_cast<std::uintptr_t>(handle));
-    if (found != all.open.end()) {
-      descriptor = std::move(found->second);
-      all.open.erase(found);
-    }
-  }
+  Descriptor descriptor = TakeDescriptor(handle);
   if (!descriptor) {
     SetLastError(ERROR_INVALID_HANDLE);
     return 0;
