@@ -31,5 +31,6 @@ CStringW MSoftKey::m_ProductVersion;
 // Empty from the first moment on, so that any static object may make a check.
 constinit COXCRC16::CTableList COXCRC16::m_tableList;
 constinit COXCRC32::CTableList COXCRC32::m_tableList;
+
 // No file.
 CStringW CTimeCountOutput::m_output_file_name;
