@@ -145,6 +145,10 @@ TEST_F(FileTagged, SeesWrittenTagsInModeZeroOnly) {
   EXPECT_NE(file.FIND_TAG(nullptr, tag, 0, false), nullptr);
   EXPECT_EQ(tag.m_skip, 0);
   writeTag(file, MTag("NEW"), "");
+  MTag added("NEW");
+  EXPECT_NE(file.FIND_TAG(nullptr, added, 0, false), nullptr);
+  writeTag(file, MTag("GONE"), "");
+  EXPECT_TRUE(file.REMOVE_TAGS(MTag("GONE"), 0));
   EXPECT_EQ(namesOf(file), "A B C NEW");
   closeSound();
 }
