@@ -56,11 +56,18 @@ bool MFileTagged::scan() {
 }
 
 MTag* MFileTagged::append(const MTag& tag) {
-  MTag* const node = m_nodes->add(tag);
-  node->m_next = nullptr;  // `tag` may come from another list
+  MTag* const node = m_nodes->list.add(tag);
+  node->m_next = nullptr;
   (m_tags ? m_nodes->last->m_next : m_tags) = node;
   m_nodes->last = node;
   return node;
+}
+
+// Makes nodes of the tags that were written since the list was last looked at.
+void MFileTagged::completeList() {
+  if (m_nodes->behind.count() == 0) return;
+  m_nodes->behind.forEach([this](const qel::tagged::WrittenTag& tag) { append(tag.node()); });
+  m_nodes->behind.clear();
 }
 
 // --- Tags ---
@@ -70,20 +77,31 @@ bool MFileTagged::READ_TAG(MTag& tag) {
 }
 
 bool MFileTagged::WRITE_TAG_BEGIN(MTag& tag) {
-  const bool is_node = tag.m_position >= 0 && m_nodes->contains(&tag);
-  MTag* node = is_node && !tag.m_written
-                   ? &tag
-                   : m_nodes->unwritten.find(qel::tagged::TagChain(m_tags), m_nodes->count(), tag);
-  if (!node) node = append(tag);
-  node->m_version[0] = tag.m_version[0];
-  node->m_version[1] = tag.m_version[1];
-  node->WRITE(*this);
-  node->m_written = true;  // even if it failed: its positions are no longer those of the old file
-  node->m_skip = 0;
-  MTag* const next = is_node ? tag.m_next : node->m_next;
-  tag = *node;
-  tag.m_next = next;
+  const bool is_node = tag.m_position >= 0 && m_nodes->list.contains(&tag);
+  MTag* const node =
+      is_node && !tag.m_written
+          ? &tag
+          : m_nodes->unwritten.find(qel::tagged::TagChain(m_tags), m_nodes->list.count(), tag);
+  if (node) {
+    write(*node, tag, is_node);
+  } else {
+    MTag added(tag);
+    added.m_next = nullptr;  // `tag` may come from another list
+    write(added, tag, is_node);
+    m_nodes->behind.add(qel::tagged::WrittenTag(added));
+  }
   return true;
+}
+
+void MFileTagged::write(MTag& node, MTag& tag, bool is_node) {
+  node.m_version[0] = tag.m_version[0];
+  node.m_version[1] = tag.m_version[1];
+  node.WRITE(*this);
+  node.m_written = true;  // even if it failed: its positions are no longer those of the old file
+  node.m_skip = 0;
+  MTag* const next = is_node ? tag.m_next : node.m_next;
+  tag = node;
+  tag.m_next = next;
 }
 
 bool MFileTagged::WRITE_TAG_END(MTag& tag) {
@@ -103,7 +121,7 @@ bool MFileTagged::WRITE_TAG_END(MTag& tag) {
 // `after` may be a copy that is older than the list.
 MTag* MFileTagged::behind(const MTag* after) const {
   MTag* const next = after ? after->m_next : m_tags;
-  return m_nodes->contains(next) ? next : nullptr;
+  return m_nodes->list.contains(next) ? next : nullptr;
 }
 
 MTag* MFileTagged::handOut(MTag* node, bool seek) {
@@ -113,22 +131,25 @@ MTag* MFileTagged::handOut(MTag* node, bool seek) {
 }
 
 MTag* MFileTagged::NEXT_TAG(const MTag* after, bool seek) {
+  completeList();
   MTag* const node = m_tags ? behind(after) : nullptr;
   return node ? handOut(node, seek) : nullptr;
 }
 
 MTag* MFileTagged::FIND_TAG(const MTag* after, MTag& tag, std::uint32_t mode, bool seek) {
+  completeList();
   if (!m_tags) return nullptr;
   const std::uint64_t key = KeyOf(tag);
   for (MTag* node = behind(after); node; node = node->m_next) {
     if (!Admits(mode, *node) || KeyOf(*node) != key) continue;
-    if (!m_nodes->contains(&tag)) tag = *node;
+    if (!m_nodes->list.contains(&tag)) tag = *node;
     return handOut(node, seek);
   }
   return nullptr;
 }
 
 bool MFileTagged::REMOVE_TAGS(const MTag& tag, [[maybe_unused]] std::uint32_t mode) {
+  completeList();
   const std::uint64_t key = KeyOf(tag);
   bool removed = false;
   MTag* last = nullptr;

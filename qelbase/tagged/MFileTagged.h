@@ -11,7 +11,7 @@
 #include "qelbase/tagged/MTag.h"
 
 namespace qel::tagged {
-class TagNodes;
+struct TagNodes;
 }
 
 // An MFile with a list of its top-level tags. Bodies are read and written through MFile's own
@@ -81,6 +81,8 @@ class QELBASE_API MFileTagged : public MFile {
   bool openFresh(const std::wstring& name);
   bool scan();
   MTag* append(const MTag& tag);
+  void completeList();
+  void write(MTag& node, MTag& tag, bool is_node);
   MTag* behind(const MTag* after) const;
   MTag* handOut(MTag* node, bool seek);
 

@@ -3,47 +3,63 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 #include "qelbase/tagged/MTag.h"
 #include "qelbase/tagged/UnwrittenTags_internal.h"
+#include "qelbase/tagged/tags_internal.h"
 
 namespace qel::tagged {
 
-// Nodes never move, and all go at once. Blocks double, so that a list has few of them.
-class TagNodes {
+// Values in blocks that double, so that there are few of them. A value never moves, and all go at
+// once.
+template <class T>
+class Arena {
  public:
-  MTag* last = nullptr;     // of the list
-  bool handed_out = false;  // the caller has pointers to nodes, and may have changed some
-  UnwrittenTags unwritten;
-
-  MTag* add(const MTag& tag) {
+  T* add(const T& value) {
     if (m_next == m_end) addBlock();
     ++m_count;
-    return new (m_next++) MTag(tag);
+    return new (m_next++) T(value);
   }
 
-  // Removed ones included.
+  void clear() { *this = {}; }
   std::size_t count() const { return m_count; }
 
-  bool contains(const MTag* tag) const {
+  bool contains(const T* value) const {
     const std::less<const void*> before;
     for (auto block = m_blocks.rbegin(); block != m_blocks.rend(); ++block) {
       const std::byte* const begin = block->bytes.get();
-      if (before(tag, begin) || !before(tag, begin + block->size)) continue;
-      const auto offset = reinterpret_cast<const std::byte*>(tag) - begin;
-      const bool is_made = block != m_blocks.rbegin() || before(tag, m_next);
-      return is_made && offset % static_cast<std::ptrdiff_t>(sizeof(MTag)) == 0;
+      if (before(value, begin) || !before(value, begin + block->size)) continue;
+      const auto offset = reinterpret_cast<const std::byte*>(value) - begin;
+      const bool is_made = block != m_blocks.rbegin() || before(value, m_next);
+      return is_made && offset % static_cast<std::ptrdiff_t>(sizeof(T)) == 0;
     }
     return false;
   }
 
+  // In the order of their coming.
+  template <class Use>
+  void forEach(Use use) const {
+    std::size_t left = m_count;
+    for (const Block& block : m_blocks) {
+      const T* value = reinterpret_cast<const T*>(block.bytes.get());
+      const std::size_t here = std::min(left, block.size / sizeof(T));
+      for (const T* const end = value + here; value != end; ++value) use(*value);
+      left -= here;
+    }
+  }
+
  private:
+  static_assert(std::is_trivially_destructible_v<T>);
+
   struct Free {
     void operator()(std::byte* bytes) const { std::free(bytes); }
   };
@@ -56,22 +72,47 @@ class TagNodes {
   // first time costs more than filling them otherwise.
   void addBlock() {
     constexpr std::size_t huge_page = std::size_t{2} << 20;
-    const std::size_t wanted = (std::size_t{64} << m_blocks.size()) * sizeof(MTag);
+    const std::size_t wanted = (std::size_t{64} << m_blocks.size()) * sizeof(T);
     const bool is_large = wanted >= huge_page;
-    const std::size_t alignment = is_large ? huge_page : alignof(MTag) * 8;
+    const std::size_t alignment = is_large ? huge_page : std::size_t{64};
     const std::size_t size = (wanted + alignment - 1) / alignment * alignment;
     auto* const bytes = static_cast<std::byte*>(std::aligned_alloc(alignment, size));
     if (!bytes) throw std::bad_alloc();
     m_blocks.push_back({std::unique_ptr<std::byte, Free>(bytes), size});
     if (is_large) madvise(bytes, size, MADV_HUGEPAGE);
-    m_next = reinterpret_cast<MTag*>(bytes);
-    m_end = m_next + size / sizeof(MTag);
+    m_next = reinterpret_cast<T*>(bytes);
+    m_end = m_next + size / sizeof(T);
   }
 
   std::vector<Block> m_blocks;
-  MTag* m_next = nullptr;
-  MTag* m_end = nullptr;
+  T* m_next = nullptr;
+  T* m_end = nullptr;
   std::size_t m_count = 0;
+};
+
+// What makes a list node of a tag that was written: a third of its size.
+struct WrittenTag {
+  std::uint64_t front;  // name and version as in the header
+  std::int64_t position;
+
+  explicit WrittenTag(const MTag& tag) : front(FrontOf(tag)), position(tag.m_position) {}
+
+  MTag node() const {
+    MTag tag;
+    SetFront(tag, front);
+    tag.m_written = true;
+    tag.m_position = position;
+    tag.m_data_position = position + MTag::HeaderSize;
+    return tag;
+  }
+};
+
+struct TagNodes {
+  Arena<MTag> list;          // removed ones included
+  MTag* last = nullptr;      // of the list
+  Arena<WrittenTag> behind;  // tags behind the last node, which nobody has asked for yet
+  bool handed_out = false;   // the caller has pointers to nodes, and may have changed some
+  UnwrittenTags unwritten;
 };
 
 // The list as a range.

@@ -23,9 +23,20 @@ inline std::uint64_t NameBits(const MTag& tag) {
   return bits;
 }
 
+// Name and version as they stand in the header, its first byte in the lowest bits.
+inline std::uint64_t FrontOf(const MTag& tag) {
+  return NameBits(tag) | static_cast<std::uint64_t>(tag.m_version[0]) << 48 |
+         static_cast<std::uint64_t>(tag.m_version[1]) << 56;
+}
+
+inline void SetFront(MTag& tag, std::uint64_t front) {
+  for (unsigned i = 0; i < 6; ++i) tag.m_name[i] = static_cast<char>(front >> (8 * i));
+  tag.m_version[0] = static_cast<unsigned char>(front >> 48);
+  tag.m_version[1] = static_cast<unsigned char>(front >> 56);
+}
+
 inline HeaderBytes Encode(const MTag& tag) {
-  const std::uint64_t front = NameBits(tag) | static_cast<std::uint64_t>(tag.m_version[0]) << 48 |
-                              static_cast<std::uint64_t>(tag.m_version[1]) << 56;
+  const std::uint64_t front = FrontOf(tag);
   const auto skip = static_cast<std::uint32_t>(tag.m_skip);
   HeaderBytes bytes;
   for (unsigned i = 0; i < 8; ++i) bytes[i] = static_cast<unsigned char>(front >> (8 * i));

@@ -138,6 +138,23 @@ TEST_F(FileTagged, FindsAndWalks) {
   EXPECT_EQ(namesOf(file), "A C");
 }
 
+TEST_F(FileTagged, SeesWrittenTagsInModeZeroOnly) {
+  putABC();
+  ASSERT_TRUE(openWrite());
+  writeTag(file, MTag("A", 2, 0), "");
+  MTag tag("A", 2, 0);
+  EXPECT_EQ(file.FIND_TAG(nullptr, tag, 1, false), nullptr);
+  EXPECT_NE(file.FIND_TAG(nullptr, tag, 0, false), nullptr);
+  EXPECT_EQ(tag.m_skip, 0);
+  writeTag(file, MTag("NEW"), "");
+  MTag added("NEW");
+  EXPECT_NE(file.FIND_TAG(nullptr, added, 0, false), nullptr);
+  writeTag(file, MTag("GONE"), "");
+  EXPECT_TRUE(file.REMOVE_TAGS(MTag("GONE"), 0));
+  EXPECT_EQ(namesOf(file), "A B C NEW");
+  closeSound();
+}
+
 TEST_F(FileTagged, TakesUsedTagsAndUsedObjects) {
   putABC();
   ASSERT_TRUE(openRead());
