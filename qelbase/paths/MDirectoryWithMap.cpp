@@ -12,6 +12,7 @@
 
 namespace {
 
+using qel::paths::Joined;
 using qel::paths::MapRecord;
 using qel::sys::Entry;
 
@@ -22,11 +23,6 @@ constexpr std::uint32_t kContradiction = qel::sys::ERROR_NOT_REGISTRY_FILE;
 
 const wchar_t* TextOf(const wchar_t* text) {
   return text ? text : L"";
-}
-
-CStringW Joined(CStringW folder, const wchar_t* tail) {
-  AssurePathAppend(folder, tail);
-  return folder;
 }
 
 bool IsDots(const std::wstring& name) {

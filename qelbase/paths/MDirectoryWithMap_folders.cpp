@@ -19,6 +19,7 @@
 namespace {
 
 using namespace qel::sys;
+using qel::paths::Joined;
 using qel::paths::MapRecord;
 
 constexpr std::uint32_t kNoFreeName = 4;
@@ -26,11 +27,6 @@ constexpr std::uint32_t kWriteFault = 29;
 constexpr std::uint32_t kCancelled = 1223;
 constexpr std::uint32_t kCancels = 0xFFFFFFFF;  // the asker's answer
 constexpr const wchar_t* kPattern = L"map";
-
-CStringW Joined(CStringW folder, const wchar_t* tail) {
-  AssurePathAppend(folder, tail);
-  return folder;
-}
 
 std::uint32_t LastErrorOr1() {
   return std::max<std::uint32_t>(GetLastError(), 1);

@@ -6,12 +6,11 @@
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files.h"
+#include "qelbase/paths/path_grammar_internal.h"
 
 namespace {
 
-bool IsSeparator(wchar_t c) {
-  return c == L'\\' || c == L'/';
-}
+using qel::paths::IsSeparator;
 
 // True if the folder exists now; somebody else may have been faster.
 bool CreateLevel(const std::wstring& level) {

@@ -6,7 +6,15 @@
 #include <string_view>
 #include <vector>
 
+#include "qelbase/paths/folder_functions.h"
+
 namespace qel::paths {
+
+// AssurePathAppend on a copy.
+[[nodiscard]] inline CStringW Joined(CStringW folder, const wchar_t* tail) {
+  AssurePathAppend(folder, tail);
+  return folder;
+}
 
 struct MapRecord {
   std::wstring name;  // on the disk
