@@ -271,6 +271,7 @@ int onThreads(void (*fault)(), bool has_translator) {
   std::barrier together(threads);
   {
     std::vector<std::jthread> all;
+    all.reserve(threads);
     for (int i = 0; i < threads; ++i) {
       all.emplace_back([&, translator = GetTranslator()] {
         if (has_translator) _set_se_translator(translator);
@@ -377,6 +378,8 @@ int endHere(const std::string& how) {
 
 // Whether there is a debugger is asked at the first flush.
 int countTime() {
+  ClockOverride clock;
+  clock.setPerformanceCounter(0);
   SetDebugSink([](std::wstring_view text) { std::printf("%ls", std::wstring(text).c_str()); });
   {
     const DebuggerOverride debugger(true);

@@ -152,14 +152,14 @@ void dropEndOfText(int file) {
 std::FILE* streamOf(Descriptor file, const Mode& mode) {
   if (!mode.is_text || !mode.reads) {
     std::FILE* const stream = fdopen(file.get(), nativeMode(mode));
-    if (stream) file.release();
+    if (stream) static_cast<void>(file.release());
     return stream;
   }
   if (mode.appends) dropEndOfText(file.get());
   auto text = std::make_unique<TextStream>(std::move(file));
   std::FILE* const stream = fopencookie(text.get(), nativeMode(mode), text_functions);
   if (!stream) return nullptr;
-  text.release();
+  static_cast<void>(text.release());
   std::setvbuf(stream, nullptr, _IONBF, 0);
   return stream;
 }
