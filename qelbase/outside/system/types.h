@@ -34,3 +34,4 @@ using HINSTANCE = struct HINSTANCE__*;
 using HMODULE = HINSTANCE;
 using HWND = struct HWND__*;
 using HKEY = struct HKEY__*;
+using HDC = struct HDC__*;
