@@ -34,6 +34,12 @@ using qeltest::TempFolder;
 
 // --- the system ----------------------------------------------------------------------------------
 
+// An object reads the registry: never the real one.
+class SystemTexts : public testing::Test {
+  qeltest::RegistryFolder folder;
+};
+using RealFigures = SystemTexts;
+
 enum Kind { desk, server };
 
 struct Edition {
@@ -103,7 +109,7 @@ SystemFigures figures(DWORD major, DWORD minor, Kind kind, std::optional<DWORD> 
   return {major, minor, service_pack, kind == server ? VER_NT_SERVER : VER_NT_WORKSTATION, product};
 }
 
-TEST(SystemTexts, EveryProductOfEverySystem) {
+TEST_F(SystemTexts, EveryProductOfEverySystem) {
   const std::map<int, std::array<const wchar_t*, 2>> names = {
       {0, {L"Windows Vista", L"Windows Server 2008"}},
       {1, {L"Windows 7", L"Windows Server 2008 R2"}},
@@ -129,7 +135,7 @@ TEST(SystemTexts, EveryProductOfEverySystem) {
   }
 }
 
-TEST(SystemTexts, NewerAndOlderSystemsAndServicePacks) {
+TEST_F(SystemTexts, NewerAndOlderSystemsAndServicePacks) {
   const struct {
     SystemFigures system;
     const wchar_t* text;
@@ -155,7 +161,7 @@ TEST(SystemTexts, NewerAndOlderSystemsAndServicePacks) {
 }
 
 // This machine is none of these systems, and says so.
-TEST(SystemTexts, ThisMachineClaimsNoVersion) {
+TEST_F(SystemTexts, ThisMachineClaimsNoVersion) {
   const MSystemInfo info;
   EXPECT_STREQ(info.GET_OS_DESCRIPTION(), L"Unknown x64");
   EXPECT_STREQ(info.GET_OS_STRING(), L"Unknown");
@@ -281,7 +287,7 @@ TEST_F(Processors, NamesComeFromTheRegistryElseFromTheType) {
 
 // --- the real figures ----------------------------------------------------------------------------
 
-TEST(RealFigures, AreTheKernels) {
+TEST_F(RealFigures, AreTheKernels) {
   SYSTEM_INFO info{};
   GetSystemInfo(&info);
   EXPECT_EQ(info.dwNumberOfProcessors, DWORD(get_nprocs()));
@@ -300,7 +306,7 @@ TEST(RealFigures, AreTheKernels) {
   EXPECT_EQ(GetLastError(), 87U);
 }
 
-TEST(RealFigures, MemoryIsWhatTheControlGroupsAllow) {
+TEST_F(RealFigures, MemoryIsWhatTheControlGroupsAllow) {
   const TempFolder root;
   const auto write = [&](const std::string& name, const std::string& text) {
     fs::create_directories((root / name).parent_path());
@@ -328,7 +334,7 @@ TEST(RealFigures, MemoryIsWhatTheControlGroupsAllow) {
   EXPECT_EQ(read(), (std::vector<ULONGLONG>{200, 0, 250, 40, 100}));
 }
 
-TEST(RealFigures, FreeDiskSpaceIsThatOfTheFoldersDisk) {
+TEST_F(RealFigures, FreeDiskSpaceIsThatOfTheFoldersDisk) {
   const MSystemInfo info;
   const TempFolder folder;
   struct statvfs before {
