@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "qelbase/outside/system/cursor_internal.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/resources.h"
 #include "qelbase/outside/system/resources_internal.h"
@@ -13,40 +14,6 @@
 namespace qel::sys {
 
 namespace {
-
-constexpr std::size_t kAlignment = 4;
-
-std::size_t PadTo4(std::size_t size) {
-  return (size + kAlignment - 1) / kAlignment * kAlignment;
-}
-
-// Takes values off the front of a block; false when it is too short.
-class Cursor {
- public:
-  explicit Cursor(Bytes bytes) : m_bytes(bytes) {}
-
-  template <class T>
-  bool Take(T& value) {
-    if (m_bytes.size() - m_at < sizeof value) return false;
-    std::memcpy(&value, m_bytes.data() + m_at, sizeof value);
-    m_at += sizeof value;
-    return true;
-  }
-
-  bool Skip(std::size_t size) {
-    if (m_bytes.size() - m_at < size) return false;
-    m_at += size;
-    return true;
-  }
-
-  bool Align() { return Skip(PadTo4(m_at) - m_at); }
-
-  std::size_t at() const { return m_at; }
-
- private:
-  Bytes m_bytes;
-  std::size_t m_at = 0;
-};
 
 bool TakeName(Cursor& cursor, ResourceName& name) {
   char16_t unit;
@@ -102,16 +69,15 @@ WORD UserLanguage() {
   return set != 0 ? set : of_environment;
 }
 
-// The lower, the better.
-int RankOf(WORD language) {
+}  // namespace
+
+int RankOfLanguage(WORD language) {
   const WORD user = UserLanguage();
   if (language == kNeutral) return 0;
   if (language == user) return 1;
   if ((language & kPrimary) == (user & kPrimary)) return 2;
   return language == kUsEnglish ? 3 : 4;
 }
-
-}  // namespace
 
 void SetUserLanguage(WORD language) {
   user_language = language;
@@ -196,7 +162,7 @@ std::optional<ResourceEntry> ChooseResource(Bytes file, const ResourceName& type
     if (!entry.type.Matches(type)) continue;
     has_type = true;
     if (!entry.name.Matches(name)) continue;
-    if (!best || RankOf(entry.language) < RankOf(best->language)) best = entry;
+    if (!best || RankOfLanguage(entry.language) < RankOfLanguage(best->language)) best = entry;
   }
   if (!best) error = has_type ? ERROR_RESOURCE_NAME_NOT_FOUND : ERROR_RESOURCE_TYPE_NOT_FOUND;
   return best;

@@ -5,14 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 
+#include "qelbase/outside/system/cursor_internal.h"
 #include "qelbase/outside/system/types.h"
 
 namespace qel::sys {
-
-using Bytes = std::span<const std::byte>;
 
 // A type or a name: a number, or a text.
 struct ResourceName {
@@ -50,6 +48,9 @@ std::wstring StringOfBlock(Bytes block, unsigned place);
 // PT_NOTE segment, or of the section ".note.qelbase.resources"). Gives them one by one: true while
 // there is a next one.
 bool NextResourceNote(Bytes& segment, Bytes& file);
+
+// The place of a language in that rule: the lower, the better.
+[[nodiscard]] int RankOfLanguage(WORD language);
 
 // The resource that the language rule chooses among those of this type and name.
 // `error` becomes 1812, 1813 or 1814 when there is none.

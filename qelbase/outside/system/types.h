@@ -36,3 +36,4 @@ using HWND = struct HWND__*;
 using HKEY = struct HKEY__*;
 using SC_HANDLE = struct SC_HANDLE__*;
 using SERVICE_STATUS_HANDLE = struct SERVICE_STATUS_HANDLE__*;
+using HDC = struct HDC__*;

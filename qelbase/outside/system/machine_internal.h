@@ -1,0 +1,31 @@
+#pragma once
+// Where the figures of the machine come from.
+
+#include <optional>
+#include <string>
+
+#include "qelbase/outside/system/machine.h"
+#include "qelbase/outside/system/types.h"
+
+namespace qel::sys {
+
+struct ProcessorFacts {
+  std::string name;        // as the processor calls itself, with its blanks
+  std::string vendor;      // "GenuineIntel"
+  std::string identifier;  // "Intel64 Family 6 Model 85 Stepping 7"
+  WORD family = 0;
+  WORD model = 0;
+  WORD stepping = 0;
+};
+
+[[nodiscard]] ProcessorFacts ReadProcessor();
+[[nodiscard]] std::uint32_t ReadProcessorSpeed();  // megahertz; 0 if the system does not tell
+[[nodiscard]] DWORD CountProcessors();             // that are online, one at least
+
+// By /proc and /sys/fs/cgroup below `root` (empty: the machine's own).
+[[nodiscard]] MEMORYSTATUSEX ReadMemory(const std::string& root);
+
+// Of the display that DISPLAY names; nothing if there is none, or no library that talks to it.
+[[nodiscard]] std::optional<ScreenFigures> ReadDisplay();
+
+}  // namespace qel::sys
