@@ -14,17 +14,13 @@
 
 #include "qelbase/outside/system/descriptor_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/modules_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
 
 namespace qel::sys {
 
 namespace {
-
-struct Module {
-  HMODULE handle = nullptr;
-  std::string file;  // as the loader knows it; empty for the program
-};
 
 std::uintptr_t startOf(const dl_phdr_info& info) {
   const auto* end = info.dlpi_phdr + info.dlpi_phnum;
@@ -33,8 +29,9 @@ std::uintptr_t startOf(const dl_phdr_info& info) {
   return load == end ? 0 : info.dlpi_addr + load->p_vaddr;
 }
 
-// The loaded module that `wanted` accepts; null handle if there is none. The program comes first.
-Module findModule(const std::function<bool(const Module&)>& wanted) {
+}  // namespace
+
+Module FindModule(const std::function<bool(const Module&)>& wanted) {
   struct Search {
     const std::function<bool(const Module&)>& wanted;
     Module found;
@@ -42,7 +39,7 @@ Module findModule(const std::function<bool(const Module&)>& wanted) {
   const auto look = [](dl_phdr_info* info, std::size_t, void* data) {
     auto& [accepts, found] = *static_cast<Search*>(data);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is what the handle is
-    Module module{reinterpret_cast<HMODULE>(startOf(*info)), info->dlpi_name};
+    Module module{reinterpret_cast<HMODULE>(startOf(*info)), info->dlpi_addr, info->dlpi_name};
     if (!module.handle || !accepts(module)) return 0;
     found = std::move(module);
     return 1;
@@ -50,6 +47,8 @@ Module findModule(const std::function<bool(const Module&)>& wanted) {
   dl_iterate_phdr(look, &search);
   return search.found;
 }
+
+namespace {
 
 std::string readAll(const char* native) {
   const Descriptor file = Descriptor::open(native, O_RDONLY);
@@ -83,8 +82,9 @@ std::string programFile() {
   return {path.data(), size < 0 ? 0 : static_cast<std::size_t>(size)};
 }
 
-// The absolute native path of a module's file; empty if there is none.
-std::string fileOf(const Module& module) {
+}  // namespace
+
+std::string FileOf(const Module& module) {
   std::string file = module.file;
   if (file.empty()) {
     file = programFile();
@@ -95,6 +95,8 @@ std::string fileOf(const Module& module) {
   if (file.ends_with(deleted)) file.resize(file.size() - deleted.size());
   return file;
 }
+
+namespace {
 
 std::string lowerName(std::string_view path) {
   std::string name(path.substr(path.rfind('/') + 1));
@@ -123,15 +125,19 @@ bool isSameFile(const std::string& a, const std::string& b) {
 }
 
 bool bearsName(const Module& module, const std::string& wanted) {
-  const std::string name = lowerName(fileOf(module));
+  const std::string name = lowerName(FileOf(module));
   return !name.empty() && (name == wanted || dllName(name) == wanted);
 }
 
-std::wstring withExtension(std::wstring_view name) {
+}  // namespace
+
+std::wstring WithExtension(std::wstring_view name) {
   const std::size_t start = name.find_last_of(L"\\/:") + 1;
   const bool has_extension = name.find(L'.', start) != std::wstring_view::npos;
   return std::wstring(name) + (has_extension ? L"" : L".dll");
 }
+
+namespace {
 
 DWORD cutInto(std::wstring_view text, wchar_t* buffer, DWORD size) {
   if (text.size() < size) return HandOut(text, buffer, size);
@@ -144,8 +150,8 @@ DWORD cutInto(std::wstring_view text, wchar_t* buffer, DWORD size) {
 
 DWORD GetModuleFileNameW(HMODULE module, wchar_t* buffer, DWORD size) {
   const Module found =
-      findModule([module](const Module& loaded) { return !module || loaded.handle == module; });
-  const std::string file = found.handle ? fileOf(found) : std::string();
+      FindModule([module](const Module& loaded) { return !module || loaded.handle == module; });
+  const std::string file = found.handle ? FileOf(found) : std::string();
   if (file.empty()) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return 0;
@@ -154,15 +160,15 @@ DWORD GetModuleFileNameW(HMODULE module, wchar_t* buffer, DWORD size) {
 }
 
 HMODULE GetModuleHandleW(const wchar_t* name) {
-  if (!name) return findModule([](const Module&) { return true; }).handle;
-  const std::wstring wanted = withExtension(name);
+  if (!name) return FindModule([](const Module&) { return true; }).handle;
+  const std::wstring wanted = WithExtension(name);
   std::string native;
   HMODULE found = nullptr;
   if (ToNative(wanted, native)) {
     const bool is_path = wanted.find_first_of(L"\\/") != std::wstring::npos;
     const std::string bare = lowerName(native);
-    found = findModule([&](const Module& module) {
-              return is_path ? isSameFile(fileOf(module), native) : bearsName(module, bare);
+    found = FindModule([&](const Module& module) {
+              return is_path ? isSameFile(FileOf(module), native) : bearsName(module, bare);
             }).handle;
   }
   if (!found) SetLastError(ERROR_MOD_NOT_FOUND);
