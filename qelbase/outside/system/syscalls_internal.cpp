@@ -68,6 +68,7 @@ constinit SystemCalls calls = {
     .futimens = ::futimens,
     .getcwd = ::getcwd,
     .realpath = ::realpath,
+    .malloc = ::malloc,
 };
 
 }  // namespace

@@ -60,6 +60,7 @@ struct SystemCalls {
   int (*futimens)(int fd, const struct timespec times[2]);
   char* (*getcwd)(char* out, size_t size);
   char* (*realpath)(const char* path, char* out);
+  void* (*malloc)(size_t size);  // of the blocks of memory.h
 };
 
 // The table in force. A test copies it, puts its own functions in, and puts the copy back.
