@@ -2,6 +2,7 @@
 // in reverse. Within one file the order is that of the lines, so that all of them stand here and
 // nowhere else. An object may use those above it.
 
+#include "qelbase/platform/CHtmlHelpWrapper.h"
 #include "qelbase/progress/IStatusCallback.h"
 #include "qelbase/progress/ProgressToStatusCallback.h"
 #include "qelbase/settings/MSoftKey.h"
@@ -21,3 +22,6 @@ MUserUnit MUserUnit::mg_user_unit(MUserUnit::UNIT_MILLIMETRE);
 CStringW MSoftKey::m_CompanyName = L"!TestCompany";
 CStringW MSoftKey::m_ProductName = MSoftKey::GetDefaultProductName();
 CStringW MSoftKey::m_ProductVersion;
+
+// Loads nothing before help is first shown.
+CHtmlHelpWrapper CHtmlHelpWrapper::mg_htmlhelpwrapper(false);
