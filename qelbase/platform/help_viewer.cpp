@@ -55,7 +55,6 @@ HMODULE loadViewer() {
 }
 
 Viewer findEntry() {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): a number takes the place of a name
   const FARPROC entry = GetProcAddress(module, reinterpret_cast<const char*>(kEntry));
   return reinterpret_cast<Viewer>(entry);
 }

@@ -108,7 +108,6 @@ bool run(const wchar_t* path, UINT command, std::uint64_t data) {
     case qel::platform::kDisplayTopic:
       return showPage(book->uriOf(utf8(address.topic)));
     case qel::platform::kDisplayTextPopup:
-      // NOLINTNEXTLINE(performance-no-int-to-ptr): the word is an address in this command
       return showPopup(*book, utf8(address.topic), reinterpret_cast<const TextPopup*>(data));
     case qel::platform::kHelpContext:
       return showPage(book->uriOfContext(data));
@@ -124,7 +123,6 @@ extern "C" __attribute__((visibility("default"))) HWND ordinal_15(HWND /*owner*/
                                                                   const wchar_t* path, UINT command,
                                                                   std::uint64_t data) {
   try {
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): no window, only a mark of success
     return reinterpret_cast<HWND>(static_cast<std::uintptr_t>(run(path, command, data) ? 1 : 0));
   } catch (const std::exception&) {
     return nullptr;

@@ -55,7 +55,7 @@ auto onBlock(HGLOBAL handle, Work work) -> decltype(work(std::declval<Block&>())
 HGLOBAL handleOf(Table& all, const Block& block) {
   constexpr std::uintptr_t step = 8;
   if (!block.is_movable) return static_cast<HGLOBAL>(block.memory.get());
-  return reinterpret_cast<HGLOBAL>(all.last += step);  // NOLINT(performance-no-int-to-ptr)
+  return reinterpret_cast<HGLOBAL>(all.last += step);
 }
 
 HGLOBAL enter(Block block) {
