@@ -27,7 +27,7 @@ using clipboard::Texts;
 // --- folders -----------------------------------------------------------------------------------
 
 std::string baseFolder() {
-  const std::string runtime = NativeEnvironmentValue("XDG_RUNTIME_DIR");
+  std::string runtime = NativeEnvironmentValue("XDG_RUNTIME_DIR");
   if (runtime.starts_with('/')) return runtime;
   return BaseFolder("XDG_STATE_HOME", "/.local/state");
 }

@@ -89,6 +89,7 @@ int spawn(std::vector<std::string>& arguments, int content, int report, pid_t& p
   posix_spawnattr_setsigdefault(&start.attributes, &all);
   posix_spawnattr_setflags(&start.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   return posix_spawn(&process, pointers[0], &files.actions, &start.attributes, pointers.data(),

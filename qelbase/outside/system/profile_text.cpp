@@ -1,6 +1,7 @@
 // What stands in a profile, without the file.
 
 #include <algorithm>
+#include <utility>
 
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/profile_internal.h"
@@ -159,9 +160,14 @@ std::wstring EditedProfile(std::wstring_view text, const ProfileEdit& edit) {
 
 ProfileText DecodeProfile(std::string bytes) {
   using enum ProfileText::Encoding;
-  if (bytes.starts_with(little_mark)) return {utf16_little, FromUtf16Le(bytes.substr(2))};
-  if (bytes.starts_with(big_mark)) return {utf16_big, FromUtf16Le(swapped(bytes.substr(2)))};
-  if (bytes.starts_with(utf8_mark)) return {utf8_with_mark, WideText(bytes.substr(3))};
+  const auto takeMark = [&bytes](std::string_view mark) {
+    const bool is_there = bytes.starts_with(mark);
+    if (is_there) bytes.erase(0, mark.size());
+    return is_there;
+  };
+  if (takeMark(little_mark)) return {utf16_little, FromUtf16Le(bytes)};
+  if (takeMark(big_mark)) return {utf16_big, FromUtf16Le(swapped(std::move(bytes)))};
+  if (takeMark(utf8_mark)) return {utf8_with_mark, WideText(bytes)};
   return {utf8, WideText(bytes)};
 }
 
