@@ -1,5 +1,6 @@
 #pragma once
-// One connection to an X11 display, with unmapped windows, for the exchange of selections (Inter-Client Communication Conventions Manual 2.0, section 2).
+// One connection to an X11 display, with unmapped windows, for the exchange of selections
+// (Inter-Client Communication Conventions Manual 2.0, section 2).
 
 #include <xcb/xcb.h>
 
