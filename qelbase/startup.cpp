@@ -3,6 +3,7 @@
 // nowhere else. An object may use those above it.
 
 #include "qelbase/checks/COXCRC.h"
+#include "qelbase/platform/CHtmlHelpWrapper.h"
 #include "qelbase/platform/CTimeCountOutput.h"
 #include "qelbase/platform/hard_exceptions_internal.h"
 #include "qelbase/progress/IStatusCallback.h"
@@ -34,3 +35,6 @@ constinit COXCRC32::CTableList COXCRC32::m_tableList;
 
 // No file.
 CStringW CTimeCountOutput::m_output_file_name;
+
+// Loads nothing before help is first shown.
+CHtmlHelpWrapper CHtmlHelpWrapper::mg_htmlhelpwrapper(false);

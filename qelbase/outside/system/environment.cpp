@@ -1,10 +1,13 @@
 #include "qelbase/outside/system/environment.h"
 
+#include <pwd.h>
 #include <strings.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -14,6 +17,7 @@
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/syscalls_internal.h"
+#include "qelbase/outside/system/text.h"
 
 namespace qel::sys {
 
@@ -127,6 +131,21 @@ std::optional<std::wstring> EnvironmentValue(std::wstring_view name) {
   return toText(stored, value);
 }
 
+std::string HomeFolder() {
+  std::string set = NativeEnvironmentValue("HOME");
+  if (set.starts_with('/')) return set;
+  std::array<char, 16384> buffer;
+  passwd entry{};
+  passwd* found = nullptr;
+  getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found);
+  return found && found->pw_dir ? found->pw_dir : "/";
+}
+
+std::string BaseFolder(const char* variable, const char* usual) {
+  std::string set = NativeEnvironmentValue(variable);
+  return set.starts_with('/') ? set : HomeFolder() + usual;
+}
+
 void SupplyTemporaryFolder() {
   const LastErrorKeeper keeper;
   for (const auto& [name, other] : {std::pair{"TMP", "TEMP"}, std::pair{"TEMP", "TMP"}}) {
@@ -139,6 +158,24 @@ DWORD GetEnvironmentVariableW(const wchar_t* name, wchar_t* buffer, DWORD size) 
   const std::optional<std::wstring> value = EnvironmentValue(name ? name : L"");
   SetLastError(value ? ERROR_SUCCESS : ERROR_ENVVAR_NOT_FOUND);
   return value ? HandOut(*value, buffer, size) : 0;
+}
+
+DWORD ExpandEnvironmentStringsA(const char* text, char* buffer, DWORD size) {
+  std::string_view rest(text ? text : "");
+  std::string expanded;
+  for (std::size_t start = rest.find('%'); start != rest.npos; start = rest.find('%')) {
+    const std::size_t end = rest.find('%', start + 1);
+    if (end == rest.npos) break;
+    const auto value = EnvironmentValue(Widen(rest.substr(start + 1, end - start - 1)));
+    // The second sign of what is no variable may begin the next one.
+    expanded += rest.substr(0, value ? start : end);
+    if (value) expanded += Narrow(*value);
+    rest.remove_prefix(value ? end + 1 : end);
+  }
+  expanded += rest;
+  const std::size_t needed = expanded.size() + 1;
+  if (needed <= size && buffer) std::memcpy(buffer, expanded.c_str(), needed);
+  return static_cast<DWORD>(needed);
 }
 
 int _wputenv(const wchar_t* assignment) {

@@ -24,4 +24,8 @@ QELBASE_API DWORD GetEnvironmentVariableW(const wchar_t* name, wchar_t* buffer, 
 // name or `=`, and for a TMP or TEMP that reaches nothing.
 QELBASE_API int _wputenv(const wchar_t* assignment);
 
+// Copies a text in the default code page and puts values in the place of %NAME%; what is no
+// variable stays as it is. Gives the size with terminator; nothing is written if `size` is less.
+QELBASE_API DWORD ExpandEnvironmentStringsA(const char* text, char* buffer, DWORD size);
+
 }  // namespace qel::sys

@@ -9,9 +9,8 @@
 
 namespace qel::sys {
 
-// Where a resource is found, and what it holds. Both live as long as the module is loaded.
+// Where a resource is found. It lives as long as the module is loaded, and so does what it holds.
 using HRSRC = const struct HRSRC__*;
-using HGLOBAL = const struct HGLOBAL__*;
 
 // A number in the place of a name. Names below 65536 are numbers, and so is L"#12". Case doesn't
 // count in the others.

@@ -1,5 +1,3 @@
-#include <pwd.h>
-
 #include <algorithm>
 #include <array>
 #include <string>
@@ -51,24 +49,8 @@ constexpr std::array folder_table = {
     Row{46, Kind::fixed, "/usr/local/share/documents", ""},
 };
 
-std::string home() {
-  std::string set = NativeEnvironmentValue("HOME");
-  if (set.starts_with('/')) return set;
-  std::array<char, 16384> buffer;
-  passwd entry{};
-  passwd* found = nullptr;
-  getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found);
-  return found && found->pw_dir ? found->pw_dir : "/";
-}
-
-// A relative base folder counts as not set (XDG base directories).
-std::string baseFolder(const char* variable, const char* usual) {
-  std::string set = NativeEnvironmentValue(variable);
-  return set.starts_with('/') ? set : home() + usual;
-}
-
 std::string configFolder() {
-  return baseFolder("XDG_CONFIG_HOME", "/.config");
+  return BaseFolder("XDG_CONFIG_HOME", "/.config");
 }
 
 // The text of `NAME="..."` or `NAME="$HOME/..."`, with its escapes resolved; empty if it is
@@ -79,7 +61,7 @@ std::string quotedFolder(std::string_view text) {
   std::string folder;
   constexpr std::string_view home_mark = "$HOME";
   if (text.starts_with(home_mark)) {
-    folder = home();
+    folder = HomeFolder();
     text.remove_prefix(home_mark.size());
   }
   for (std::size_t i = 0; i < text.size() && text[i] != '"'; ++i) {
@@ -117,7 +99,7 @@ std::string userFolder(const Row& row) {
   std::string set = NativeEnvironmentValue(row.name);
   if (set.starts_with('/')) return set;
   const std::string listed = listedFolder(row.name);
-  return listed.empty() ? home() + "/" + row.usual : listed;
+  return listed.empty() ? HomeFolder() + "/" + row.usual : listed;
 }
 
 std::string folderOf(const Row& row) {
@@ -125,11 +107,11 @@ std::string folderOf(const Row& row) {
     case Kind::fixed:
       return row.name;
     case Kind::home:
-      return home();
+      return HomeFolder();
     case Kind::config:
       return configFolder();
     case Kind::data:
-      return baseFolder("XDG_DATA_HOME", "/.local/share") + row.name;
+      return BaseFolder("XDG_DATA_HOME", "/.local/share") + row.name;
     case Kind::user:
       return userFolder(row);
   }

@@ -72,6 +72,7 @@ constinit SystemCalls calls = {
     .mmap = ::mmap,
     .fork = ::fork,
     .mutex_init = ::pthread_mutex_init,
+    .malloc = ::malloc,
 };
 
 }  // namespace

@@ -64,6 +64,7 @@ struct SystemCalls {
   void* (*mmap)(void* address, size_t size, int protection, int flags, int fd, off_t offset);
   pid_t (*fork)();
   int (*mutex_init)(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);  // gives errno
+  void* (*malloc)(size_t size);  // of the blocks of memory.h
 };
 
 // The table in force. A test copies it, puts its own functions in, and puts the copy back.

@@ -25,6 +25,13 @@ struct FILETIME {
   DWORD dwLowDateTime;
   DWORD dwHighDateTime;
 };
+// A place on the screen, in pixels from its upper left corner.
+struct POINT {
+  LONG x;
+  LONG y;
+};
+// A block of memory (memory.h), or a resource that was found (resources.h).
+using HGLOBAL = const struct HGLOBAL__*;
 }  // namespace qel::sys
 
 // Opaque handles: never dereferenced, looked up in the table of their kind at each use, so that a
