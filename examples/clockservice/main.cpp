@@ -94,7 +94,7 @@ int tell(const CNTServiceMgr& manager, int result, const char* done) {
   return result ? 0 : 2;
 }
 
-int install(CNTServiceMgr& manager, const char* file) {
+int install(CNTServiceMgr& manager, const std::string& file) {
   wchar_t program[4096];
   if (GetModuleFileNameW(nullptr, program, 4096) == 0) return 2;
   const std::wstring path = L"\"" + std::wstring(program) + L"\" run \"" + Widen(file) + L"\"";
@@ -104,7 +104,7 @@ int install(CNTServiceMgr& manager, const char* file) {
               "installed");
 }
 
-int manage(const std::string& command, const char* file) {
+int manage(const std::string& command, const std::string& file) {
   const bool reads = command == "status";
   CNTServiceMgr manager(service_name, reads ? SC_MANAGER_CONNECT : SC_MANAGER_ALL_ACCESS);
   if (!manager) return tell(manager, 0, "");
@@ -130,7 +130,7 @@ int main(int argc, char** argv) {
                stderr);
     return 2;
   }
-  if (command != "run") return manage(command, takes_file ? argv[2] : nullptr);
+  if (command != "run") return manage(command, takes_file ? argv[2] : "");
   clock_file = argv[2];
   return run();
 }

@@ -14,6 +14,7 @@ target_compile_definitions(test_platform PRIVATE
                            LOAD_PROGRAM="$<TARGET_FILE:load_program>"
                            QELBASE_LIBRARY="$<TARGET_FILE:qelbase>")
 add_dependencies(test_platform user_program load_program qelbase)
+
 # The version of the test program itself, and shared objects with and without one.
 include(${PROJECT_SOURCE_DIR}/cmake/QelBaseResources.cmake)
 qelbase_add_resources(test_platform platform/app.rc)
@@ -27,6 +28,7 @@ endif()
 target_compile_definitions(test_platform PRIVATE PLAIN_MODULE="$<TARGET_FILE:plain_module>"
                                                  LOADABLE_MODULE="$<TARGET_FILE:loadable_module>")
 add_dependencies(test_platform plain_module loadable_module)
+
 # Help: a viewer that records what it is asked for, the real one, and a program that shows help as a
 # user's would, through the shared library.
 add_library(recording_viewer MODULE platform/recording_viewer.cpp)
@@ -38,3 +40,10 @@ target_compile_definitions(
                         HELP_VIEWER="$<TARGET_FILE:qelhelp>" SHOW_HELP="$<TARGET_FILE:show_help>"
                         HELPERS="$<TARGET_FILE_DIR:clipboard_owner>")
 add_dependencies(test_platform recording_viewer show_help qelhelp clipboard_owner)
+
+# The service that the tests of services install.
+add_executable(service_program platform/service_program.cpp)
+target_link_libraries(service_program PRIVATE qelbase_internal)
+target_compile_definitions(test_platform
+                           PRIVATE SERVICE_PROGRAM_W=L"$<TARGET_FILE:service_program>")
+add_dependencies(test_platform service_program)

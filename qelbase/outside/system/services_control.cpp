@@ -60,6 +60,7 @@ DWORD launchStopped(const std::wstring& name, const StatusFile& file, const Name
 
 DWORD giveUp(const StatusFile& file, const Process& launched) {
   const DatabaseLock lock;
+  if (lock.code() != ERROR_SUCCESS) return lock.code();
   const std::optional<Run> run = file.run();
   const bool is_silent = run && run->process == launched && run->dispatcher == Dispatcher::none;
   if (!is_silent) return ERROR_SUCCESS;  // just in time

@@ -109,6 +109,7 @@ void serveUntilStopped(SharedStatus& shared) {
 
 void runMain(ServiceMain main, std::vector<std::wstring> arguments) {
   std::vector<wchar_t*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::wstring& argument : arguments) pointers.push_back(argument.data());
   const auto count = static_cast<DWORD>(pointers.size());
   pointers.push_back(nullptr);

@@ -65,7 +65,7 @@ bool readNumber(const Key& key, const wchar_t* name, DWORD& out) {
   return fits;
 }
 
-std::wstring upToZero(std::wstring text) {
+std::wstring upToZero(const std::wstring& text) {
   return text.substr(0, text.find(L'\0'));
 }
 
