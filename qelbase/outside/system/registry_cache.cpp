@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "qelbase/outside/system/registry_hive_internal.h"
 
 namespace qel::sys::registry {
@@ -9,9 +11,23 @@ constexpr std::size_t kMostBytes = 16U << 20;
 
 }  // namespace
 
+// Two characters a step. Whoever chooses names to collide slows his own cache.
 std::size_t ReadCache::Hash::operator()(const Name& name) const {
   constexpr std::uint64_t kMix = 0x9E37'79B9'7F4A'7C15;
-  return std::hash<std::wstring_view>()(name.text) ^ (static_cast<std::uint64_t>(name.key) * kMix);
+  std::uint64_t hash = static_cast<std::uint64_t>(name.key) + name.text.size();
+  const auto add = [&hash](std::uint64_t part) {
+    hash = (hash ^ part) * kMix;
+    hash ^= hash >> 32;
+  };
+  std::size_t i = 0;
+  for (; i + 2 <= name.text.size(); i += 2) {
+    std::uint64_t pair;
+    std::memcpy(&pair, name.text.data() + i, sizeof pair);
+    add(pair);
+  }
+  if (i < name.text.size()) add(static_cast<std::uint64_t>(name.text[i]));
+  add(0);
+  return hash;
 }
 
 template <typename T>

@@ -96,6 +96,7 @@ class Connection {
   [[nodiscard]] Statement prepare(const char* sql);
   void execute(const char* sql) { prepare(sql).run(); }
   int changes() const { return sqlite3_changes(m_database); }
+  bool isReadOnly() const { return sqlite3_db_readonly(m_database, "main") == 1; }
   void writeNothingAtClose();
 
  private:
@@ -238,6 +239,7 @@ class Hive {
   class Lease;
   DWORD openLocked();
   DWORD openFile();
+  bool isReady();
   void replaceByNext();
   void makeContent(Connection& connection);
   std::unique_ptr<Connection> connect();
@@ -248,6 +250,7 @@ class Hive {
   bool m_writable = false;
   std::atomic<bool> m_immutable = false;
   bool m_empty = false;  // no file: an empty hive in memory
+  std::atomic<bool> m_folder_synced = false;
   Sequence m_sequence;
   std::mutex m_writer_mutex;
   std::mutex m_pool_mutex;
