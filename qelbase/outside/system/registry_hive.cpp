@@ -148,7 +148,8 @@ class Hive::Lease {
  private:
   // A connection to a file that has failed may have fallen back to reading: the next one is new.
   bool isTrusted() const {
-    return std::uncaught_exceptions() == m_exceptions || m_hive.m_plan.file.empty();
+    const bool in_memory = m_hive.m_plan.file.empty() || m_hive.m_empty;
+    return in_memory || std::uncaught_exceptions() == m_exceptions;
   }
   void giveBack() {
     if (!isTrusted()) m_connection.reset();
@@ -274,6 +275,7 @@ DWORD Hive::openFile() {
 
 // True if opening has nothing to write, so that it waits for no writer.
 bool Hive::isReady() {
+  if (m_sequence.hasDeadWriter()) return false;
   Lease lease(*this);
   if (!isHive(*lease)) return false;
   {

@@ -83,6 +83,13 @@ std::uint64_t Sequence::read() const {
   return counter % 2 == 0 ? counter : kUnknown;
 }
 
+bool Sequence::hasDeadWriter() const {
+  if (!m_shared || !m_writable || read() != kUnknown) return false;
+  if (!lockByte(m_file.get(), kWriterByte, F_WRLCK, false)) return false;
+  lockByte(m_file.get(), kWriterByte, F_UNLCK, false);
+  return true;
+}
+
 std::uint64_t Sequence::lastStamp() const {
   return m_shared ? atomic(m_shared->last_stamp).load() : 0;
 }

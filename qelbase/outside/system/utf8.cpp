@@ -10,7 +10,7 @@ namespace qel::sys {
 
 namespace {
 
-constexpr std::ptrdiff_t run_length = 8;
+constexpr int run_length = 8;
 constexpr std::uint64_t high_bits = 0x8080'8080'8080'8080;
 static_assert(std::endian::native == std::endian::little, "the lowest bit is the first byte's");
 
@@ -141,7 +141,7 @@ Converted encode(std::wstring_view text, const char* default_char, char* out, st
       done.length += run_length;
       continue;
     }
-    for (const wchar_t* const stop = at + std::min(end - at, run_length); at < stop;) {
+    for (const wchar_t* const stop = at + std::min<std::ptrdiff_t>(end - at, run_length); at < stop;) {
       auto c = static_cast<char32_t>(*at);
       char bytes[4];
       std::size_t length = 0;
