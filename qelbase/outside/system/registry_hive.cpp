@@ -185,8 +185,7 @@ std::unique_ptr<Connection> Hive::connect() {
   auto connection = std::make_unique<Connection>(
       m_plan.file, m_writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
   if (!m_writable) return connection;
-  // It falls back to reading when the system refuses; the next try may be luckier.
-  if (connection->isReadOnly()) throw DatabaseFailure{SQLITE_READONLY, 0};
+  if (connection->isReadOnly()) throw DatabaseFailure{SQLITE_CANTOPEN, connection->openError()};
   connection->execute("PRAGMA synchronous = NORMAL");
   return connection;
 }

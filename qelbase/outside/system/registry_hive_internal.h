@@ -96,11 +96,14 @@ class Connection {
   [[nodiscard]] Statement prepare(const char* sql);
   void execute(const char* sql) { prepare(sql).run(); }
   int changes() const { return sqlite3_changes(m_database); }
+  // Opening falls back to reading when the system refuses writing, and keeps its errno.
   bool isReadOnly() const { return sqlite3_db_readonly(m_database, "main") == 1; }
+  int openError() const { return m_open_error; }
   void writeNothingAtClose();
 
  private:
   sqlite3* m_database = nullptr;
+  int m_open_error = 0;
   std::unordered_map<const char*, sqlite3_stmt*> m_statements;
 };
 

@@ -141,7 +141,8 @@ Converted encode(std::wstring_view text, const char* default_char, char* out, st
       done.length += run_length;
       continue;
     }
-    for (const wchar_t* const stop = at + std::min<std::ptrdiff_t>(end - at, run_length); at < stop;) {
+    for (const wchar_t* const stop = at + std::min<std::ptrdiff_t>(end - at, run_length);
+         at < stop;) {
       auto c = static_cast<char32_t>(*at);
       char bytes[4];
       std::size_t length = 0;
