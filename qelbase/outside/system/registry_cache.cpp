@@ -21,7 +21,7 @@ std::size_t ReadCache::Hash::operator()(const Name& name) const {
         Wide{parts[0] ^ 0x9E37'79B9'7F4A'7C15 ^ hash} * (parts[1] ^ 0xD1B5'4A32'D192'ED03);
     hash = static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
   };
-  constexpr std::size_t kStep = sizeof parts / sizeof(wchar_t);
+  constexpr std::size_t kStep = 4;  // characters
   const wchar_t* at = name.text.data();
   std::size_t left = name.text.size();
   for (; left >= kStep; left -= kStep, at += kStep) {
