@@ -15,12 +15,6 @@ Section* findSection(const CMapStringIToPtr& map, const wchar_t* name) {
   return static_cast<Section*>(found);
 }
 
-Section& takeSection(CMapStringIToPtr& map, const wchar_t* name) {
-  void*& place = map[name];
-  if (!place) place = new Section{.name = name};
-  return *static_cast<Section*>(place);
-}
-
 template <typename Visit>
 void forEachSection(const CMapStringIToPtr& map, Visit visit) {
   CStringW name;
@@ -82,6 +76,12 @@ void MIniFile::Clear(std::uint32_t flags) {
     forEachSection(*this, emptyValues);
   }
   if ((flags & CLEAR_FILTER) != 0 && m_filter) removeSections(*m_filter);
+}
+
+MIniFile::Section& MIniFile::_TakeSection(CMapStringIToPtr& map, const wchar_t* name) {
+  void*& place = map[name];
+  if (!place) place = new Section{.name = name};
+  return *static_cast<Section*>(place);
 }
 
 // --- by number ---
@@ -168,7 +168,7 @@ double MIniFile::GetValueDouble(const wchar_t* section, const wchar_t* entry,
 bool MIniFile::SetValue(const wchar_t* section, const wchar_t* entry, const wchar_t* text,
                         bool report) {
   const bool new_section = !findSection(*this, section);
-  Section& target = takeSection(*this, section);
+  Section& target = _TakeSection(*this, section);
   if (!entry) return new_section;
   if (!text) text = L"";
   CStringW old;
@@ -186,7 +186,7 @@ bool MIniFile::SetValue(const wchar_t* section, const wchar_t* entry, std::uint3
 
 void MIniFile::AddInterestedRecord(const wchar_t* section, const wchar_t* entry) {
   if (!m_filter) m_filter = std::make_unique<CMapStringIToPtr>(std::uint16_t{10});
-  Section& records = takeSection(*m_filter, section);
+  Section& records = _TakeSection(*m_filter, section);
   if (entry) {
     records.entries[entry];
   } else {

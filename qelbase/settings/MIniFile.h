@@ -99,6 +99,7 @@ class QELBASE_API MIniFile : public CMapStringIToPtr {
   class Reader;
 
   Section* _SectionAt(std::uint32_t index) const;
+  static Section& _TakeSection(CMapStringIToPtr& map, const wchar_t* name);  // made if missing
 
   std::unique_ptr<CMapStringIToPtr> m_filter;
   bool m_wide = false;

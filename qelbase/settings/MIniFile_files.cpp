@@ -57,51 +57,21 @@ std::FILE* openForReading(const wchar_t* name) {
 
 // All that the stream still has. A read error gives its code; `bytes` has what came before it.
 std::uint32_t readAll(std::FILE& stream, std::string& bytes) {
-  std::array<char, 65536> block;
+  constexpr std::size_t block = 65536;
+  struct stat facts {};
+  const bool sized = Calls().fstat(fileno(&stream), &facts) == 0 && facts.st_size > 0;
   errno = 0;
-  while (const std::size_t got = std::fread(block.data(), 1, block.size(), &stream)) {
-    bytes.append(block.data(), got);
+  bytes.resize(sized ? static_cast<std::size_t>(facts.st_size) + 1 : block);
+  std::size_t filled = 0;
+  while (const std::size_t got =
+             std::fread(bytes.data() + filled, 1, bytes.size() - filled, &stream)) {
+    filled += got;
+    if (filled == bytes.size()) bytes.resize(filled * 2);
   }
+  bytes.resize(filled);
   if (!std::ferror(&stream)) return 0;
   fail(qel::sys::ErrorFromErrno(errno));
   return lastErrorOrOne();
-}
-
-bool isAscii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
-}
-
-// Appends one line in the process's code page; false for bytes that are no text.
-bool appendWidened(std::string_view line, std::wstring& text) {
-  if (isAscii(line)) {
-    text.append(line.begin(), line.end());
-    return true;
-  }
-  using qel::sys::MultiByteToWideChar;
-  const auto convert = [&](wchar_t* dest, int size) {
-    return MultiByteToWideChar(qel::sys::CP_ACP, qel::sys::MB_ERR_INVALID_CHARS, line.data(),
-                               static_cast<int>(line.size()), dest, size);
-  };
-  const int length = line.size() > INT32_MAX ? 0 : convert(nullptr, 0);
-  if (length == 0) return false;
-  const std::size_t start = text.size();
-  text.resize(start + static_cast<std::size_t>(length));
-  convert(text.data() + start, length);
-  return true;
-}
-
-// Narrow text up to the first line that is none, or to Ctrl-Z.
-std::uint32_t widenLines(std::string_view bytes, std::wstring& text) {
-  bytes = bytes.substr(0, bytes.find(ctrl_z));
-  text.reserve(bytes.size());
-  while (!bytes.empty()) {
-    const std::size_t end = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
-    if (!appendWidened(bytes.substr(0, end), text)) {
-      return fail(qel::sys::ERROR_NO_UNICODE_TRANSLATION);
-    }
-    bytes.remove_prefix(end);
-  }
-  return 0;
 }
 
 std::wstring_view trimRight(std::wstring_view text) {
@@ -125,11 +95,11 @@ std::basic_string_view<Char> takeChunk(std::basic_string_view<Char>& rest) {
   return chunk;
 }
 
-std::wstring wideLine(const std::wstring& line) {
-  return line;
+std::wstring wideText(std::wstring text) {
+  return text;
 }
-std::wstring wideLine(const std::u16string& line) {
-  return qel::sys::FromUtf16(line);
+std::wstring wideText(const std::u16string& text) {
+  return qel::sys::FromUtf16(text);
 }
 
 }  // namespace
@@ -139,23 +109,83 @@ class MIniFile::Reader {
  public:
   explicit Reader(MIniFile& model) : m_model(model) {}
 
+  // Narrow text, up to the first line that is none, or to Ctrl-Z.
+  std::uint32_t readNarrow(std::string_view bytes) {
+    bytes = bytes.substr(0, bytes.find(ctrl_z));
+    while (!bytes.empty()) {
+      const std::string_view line = bytes.substr(0, bytes.find('\n') + 1);  // npos + 1 is 0
+      const std::string_view raw = line.empty() ? bytes : line;
+      if (!widen(raw)) return fail(qel::sys::ERROR_NO_UNICODE_TRANSLATION);
+      if (const std::uint32_t code = takeLines(m_text.view())) return code;
+      bytes.remove_prefix(raw.size());
+    }
+    return 0;
+  }
+
+  std::uint32_t readWide(std::u16string_view units) { return takeLines(units); }
+
+  void end() { takeLine(L"d="); }
+
+ private:
+  // A buffer that is filled again and again.
+  struct Buffer {
+    std::wstring room;
+    std::size_t used = 0;
+    std::wstring_view view() const { return std::wstring_view(room).substr(0, used); }
+  };
+
+  // In the process's code page. False for bytes that are no text.
+  bool widen(std::string_view bytes) {
+    if (bytes.size() > INT32_MAX) return false;
+    if (m_text.room.size() < bytes.size()) m_text.room.resize(bytes.size() * 2);
+    const int length = qel::sys::MultiByteToWideChar(
+        qel::sys::CP_ACP, qel::sys::MB_ERR_INVALID_CHARS, bytes.data(),
+        static_cast<int>(bytes.size()), m_text.room.data(), static_cast<int>(bytes.size()));
+    m_text.used = static_cast<std::size_t>(length);
+    return length > 0;
+  }
+
+  // A line of the usual kind: a single chunk.
+  static bool isOneChunk(std::wstring_view text) {
+    return text.size() < longest_chunk && text.find(L'\0') == text.npos;
+  }
+
+  std::uint32_t takeLines(std::wstring_view text) {
+    if (!isOneChunk(text)) return takeChunks(text);
+    takeLine(text);
+    return 0;
+  }
+
+  std::uint32_t takeLines(std::u16string_view units) {
+    while (!units.empty()) {
+      const std::size_t end = std::min(units.find(u'\n'), units.size() - 1) + 1;
+      const std::u16string_view line = units.substr(0, end);
+      const bool plain = line.size() < longest_chunk && line.find(u'\0') == line.npos;
+      if (plain) {
+        takeLine(qel::sys::FromUtf16(line));
+      } else if (const std::uint32_t code = takeChunks(line)) {
+        return code;
+      }
+      units.remove_prefix(end);
+    }
+    return 0;
+  }
+
+  // Up to a line feed, or to the end of the file.
   template <typename Char>
-  std::uint32_t read(std::basic_string_view<Char> text) {
+  std::uint32_t takeChunks(std::basic_string_view<Char> text) {
     std::basic_string<Char> line;
     while (!text.empty()) {
       if (line.size() > longest_line) return fail(qel::sys::ERROR_NOT_REGISTRY_FILE);
       const auto chunk = takeChunk(text);
       line += chunk;
       if (chunk.size() == longest_chunk && !text.empty()) continue;
-      takeLine(wideLine(line));
+      takeLine(wideText(line));
       line.clear();
     }
     return 0;
   }
 
-  void end() { takeLine(L"d="); }
-
- private:
   void takeLine(std::wstring_view line) {
     line = trimLeft(trimRight(line));
     const std::size_t equals = line.find(L'=');
@@ -164,6 +194,7 @@ class MIniFile::Reader {
     } else if (line.size() >= 2 && line.front() == L'[' && line.back() == L']') {
       store();
       m_section = line.substr(1, line.size() - 2);
+      m_target = nullptr;
     } else if (std::wstring_view(mg_comments_characters).find(line.front()) != line.npos) {
       return;
     } else if (equals == 0 || equals == line.npos) {
@@ -184,7 +215,9 @@ class MIniFile::Reader {
 
   void store() {
     if (m_pending && m_model.IsRecordInterested(m_section.c_str(), m_entry.c_str())) {
-      m_model.SetValue(m_section.c_str(), m_entry.c_str(), m_value.c_str(), false);
+      if (!m_target) m_target = &_TakeSection(m_model, m_section.c_str());
+      m_target->entries[m_entry.c_str()].SetString(m_value.data(),
+                                                   static_cast<int>(m_value.size()));
     }
     m_pending = false;
     m_value.clear();
@@ -192,7 +225,9 @@ class MIniFile::Reader {
 
   MIniFile& m_model;
   bool m_pending = false;
+  Buffer m_text;
   std::wstring m_section, m_entry, m_value;
+  Section* m_target = nullptr;  // once something was stored there
 };
 
 std::uint32_t MIniFile::Read(std::FILE& stream) {
@@ -202,18 +237,15 @@ std::uint32_t MIniFile::Read(std::FILE& stream) {
 
 std::uint32_t MIniFile::Append(std::FILE& stream) {
   std::string bytes;
-  std::uint32_t damage = readAll(stream, bytes);
+  const std::uint32_t damage = readAll(stream, bytes);
   Reader reader(*this);
   std::uint32_t code = 0;
   if (m_wide) {
     std::u16string units(bytes.size() / 2, u'\0');
     bytes.copy(reinterpret_cast<char*>(units.data()), units.size() * 2);
-    code = reader.read(std::u16string_view(units));
+    code = reader.readWide(units);
   } else {
-    std::wstring text;
-    const std::uint32_t untold = widenLines(bytes, text);
-    if (damage == 0) damage = untold;
-    code = reader.read(std::wstring_view(text));
+    code = reader.readNarrow(bytes);
   }
   if (code == 0) code = damage;
   if (code == 0) reader.end();
@@ -256,29 +288,6 @@ std::wstring commentText(std::wstring_view comment) {
   return text.append(line_end);
 }
 
-void appendValue(std::wstring_view value, std::wstring& text) {
-  if (!value.empty() && value[0] != L'\n' && qel::sys::IsSpace(value[0])) text += L"\r\n=";
-  for (const wchar_t c : value) {
-    if (c == L'\n') {
-      text += L"\r\n=";
-    } else {
-      text += c;
-    }
-  }
-}
-
-void appendSection(std::wstring_view name, const MIniFile::Section& section, std::wstring& text) {
-  text.append(L"[").append(name).append(L"]").append(line_end);
-  CStringW entry, value;
-  for (POSITION at = section.entries.GetStartPosition(); at;) {
-    section.entries.GetNextAssoc(at, entry, value);
-    text.append(entry.GetString()).append(L" = ");
-    appendValue(value.GetString(), text);
-    text.append(line_end);
-  }
-  text.append(line_end);
-}
-
 // A descriptor of the emptied or new file, which nobody else has open; -1 and the last error.
 int openAlone(const wchar_t* name) {
   std::string native;
@@ -306,27 +315,65 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
+// Text on its way into a file, in pieces. The first failure, which is the last error, ends it.
+class Writer {
+ public:
+  explicit Writer(int fd) : m_fd(fd) {}
+
+  Writer& add(std::wstring_view text) {
+    m_text += text;
+    return *this;
+  }
+  bool flush() {
+    m_sound = m_sound && writeAll(m_fd, qel::sys::ToUtf16Le(m_text));
+    m_text.clear();
+    return m_sound;
+  }
+
+  void addSection(std::wstring_view name, const MIniFile::Section& section) {
+    add(L"[").add(name).add(L"]").add(line_end);
+    section.entries.ForEach([&](std::wstring_view entry, const CStringW& value) {
+      add(entry).add(L" = ");
+      addValue({value.GetString(), static_cast<std::size_t>(value.GetLength())});
+      add(line_end);
+      if (m_text.size() >= piece) flush();
+    });
+    add(line_end);
+  }
+
+ private:
+  static constexpr std::size_t piece = 32768;  // characters
+
+  void addValue(std::wstring_view value) {
+    if (!value.empty() && value[0] != L'\n' && qel::sys::IsSpace(value[0])) add(L"\r\n=");
+    for (std::size_t end; (end = value.find(L'\n')) != value.npos;) {
+      add(value.substr(0, end)).add(L"\r\n=");
+      value.remove_prefix(end + 1);
+    }
+    add(value);
+  }
+
+  int m_fd;
+  std::wstring m_text;
+  bool m_sound = true;
+};
+
 }  // namespace
 
 std::uint32_t MIniFile::WriteToFile(const wchar_t* name, const wchar_t* comment) const {
   std::array<wchar_t, longest_name + 1> wide_name;
   if (std::wcslen(name) + 2 > longest_name) return fail(qel::sys::ERROR_FILENAME_EXCED_RANGE);
 
-  std::wstring text;
-  if (comment && *comment) text = commentText(comment);
-  void* first = nullptr;
-  if (Lookup(general.data(), first)) appendSection(general, *static_cast<Section*>(first), text);
-  CStringW key;
-  void* section = nullptr;
-  for (POSITION at = GetStartPosition(); at;) {
-    GetNextAssoc(at, key, section);
-    if (section == first) continue;
-    appendSection(key.GetString(), *static_cast<Section*>(section), text);
-  }
-
   const int fd = openAlone(MakeUnicodeName(wide_name.data(), name));
   if (fd < 0) return lastErrorOrOne();
-  const std::uint32_t code = writeAll(fd, qel::sys::ToUtf16Le(text)) ? 0 : lastErrorOrOne();
+  Writer writer(fd);
+  if (comment && *comment) writer.add(commentText(comment));
+  void* first = nullptr;
+  if (Lookup(general.data(), first)) writer.addSection(general, *static_cast<Section*>(first));
+  ForEach([&](std::wstring_view key, void* section) {
+    if (section != first) writer.addSection(key, *static_cast<Section*>(section));
+  });
+  const std::uint32_t code = writer.flush() ? 0 : lastErrorOrOne();
   if (Calls().close(fd) == 0 || errno == EINTR || code != 0) return code;
   return fail(qel::sys::ErrorFromErrno(errno));
 }

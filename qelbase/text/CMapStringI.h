@@ -43,6 +43,7 @@ class QELBASE_API CMapStringIToString : private CMapStringToString {
   void RemoveAll();
   POSITION GetStartPosition() const;
   void GetNextAssoc(POSITION& position, CStringW& key, CStringW& value) const;
+  using CMapStringToString::ForEach;
 };
 
 // Owns its values: they must come from new, and the map deletes them.

@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 #include <iconv.h>
+#include <rapidcheck.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "qelbase/outside/system/code_pages_internal.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/text.h"
 
@@ -92,6 +96,46 @@ TEST(Conversion, Page1252AgreesWithIconvSaveForItsControls) {
     EXPECT_EQ(bytesOf(wide[0]), expected.value_or(bytesOf(byte))) << byte;
     EXPECT_EQ(Narrow(wide, CP_WESTERN), code);
   }
+}
+
+// In runs, against one character at a time; also where the room ends early.
+TEST(Conversion, Utf8InRunsIsTheSameAsCharacterByCharacter) {
+  EXPECT_TRUE(rc::check([] {
+    const auto piece = rc::gen::elementOf(
+        std::vector<std::string>{"plain text ", "a", "\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+                                 "\x80", "\xC3", "\xE2\x82", "\xF0\x9F\x98", "\xC0\xAF",
+                                 "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF", std::string(1, '\0')});
+    std::string text;
+    for (const std::string& part : *rc::gen::container<std::vector<std::string>>(piece))
+      text += part;
+    std::wstring slow;
+    for (std::string_view rest = text; !rest.empty();) {
+      const char32_t c = TakeUtf8(rest);
+      slow += c == no_character ? L'\xFFFD' : static_cast<wchar_t>(c);
+    }
+    RC_ASSERT(Widen(text, CP_UTF8) == slow);
+    const auto room = *rc::gen::inRange<std::size_t>(0, slow.size() + 9);
+    std::wstring fast(room + 1, L'#');
+    const Converted decoded = DecodeUtf8(text, fast.data(), room);
+    RC_ASSERT(decoded.fits == (room >= slow.size()));
+    RC_ASSERT(decoded.length == std::min(room, slow.size()));
+    RC_ASSERT(fast.compare(0, decoded.length, slow, 0, decoded.length) == 0);
+    RC_ASSERT(fast[room] == L'#');
+
+    slow.insert(slow.size() / 2, L"\xD83D\xDE00\xD83D");
+    std::string slow_bytes;
+    for (std::wstring_view rest = slow; !rest.empty();) {
+      const char32_t c = TakeWide(rest);
+      PutUtf8(slow_bytes, c == no_character ? L'\xFFFD' : c);
+    }
+    RC_ASSERT(Narrow(slow, CP_UTF8) == slow_bytes);
+    const auto bytes = *rc::gen::inRange<std::size_t>(0, slow_bytes.size() + 9);
+    std::string narrow(bytes + 1, '#');
+    const Converted encoded = EncodeUtf8(slow, nullptr, narrow.data(), bytes);
+    RC_ASSERT(encoded.fits == (bytes >= slow_bytes.size()));
+    RC_ASSERT(narrow.compare(0, encoded.length, slow_bytes, 0, encoded.length) == 0);
+    RC_ASSERT(narrow[bytes] == '#');
+  }));
 }
 
 TEST(Conversion, IllFormedTextIsReplacedAndNothingIsLostBesideIt) {

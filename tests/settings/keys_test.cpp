@@ -14,6 +14,8 @@
 #include "qelbase/settings/CRegUtils.h"
 #include "qelbase/settings/MSoftKey.h"
 
+#include "tests/support/DatabaseCalls.h"
+#include "tests/support/FaultyCalls.h"
 #include "tests/support/RegistryFolder.h"
 
 using namespace qel::sys;
@@ -27,6 +29,7 @@ using Lines = std::vector<std::wstring>;
 class Keys : public testing::Test {
  protected:
   Keys() {
+    leadDatabaseThroughTable();
     logging::GetLoggerConfiguration().AddHandler(
         0,
         [lines = m_lines](const logging::LogInfo& info) {
@@ -141,6 +144,27 @@ TEST_F(Keys, ConnectedValuesAreReadAsToldByType) {
             (Lines{L"In COXRegistry::SetValue() : Invalid parameter",
                    L"In COXRegistry::QueryValue() : QueryValue failed (error code 2)",
                    L"In COXRegistry::EnumerateKeys() : Enumeration failed (error code 259)"}));
+}
+
+TEST_F(Keys, AFullDiskIsToldAndLosesNothing) {
+  COXRegistry registry;
+  registry.OpenPath(L"Software\\Full", HKEY_CURRENT_USER);
+  ASSERT_EQ(registry.SetValue(L"v", 1U), 1);
+  logged();
+  {
+    const FaultyCalls faulty({.kind = Fault::fail_for_good, .error = ENOSPC});
+    EXPECT_EQ(registry.SetValue(L"v", 2U), 0);
+    EXPECT_EQ(registry.GetErrorCode(), 112);
+    EXPECT_EQ(registry.CreateKey(L"Software\\More", nullptr, COXRegistry::optionNonVolatile,
+                                 COXRegistry::permissionAllAccess, nullptr, nullptr),
+              0);
+  }
+  EXPECT_EQ(logged(),
+            (Lines{L"In COXRegistry::CreateKey() : Subkey creation failed (error code 112)"}));
+  registry.OpenPath(L"Software\\Full", HKEY_CURRENT_USER);
+  std::uint32_t value = 0;
+  EXPECT_EQ(registry.GetValue(L"v", value), 1);
+  EXPECT_EQ(value, 1U);
 }
 
 TEST_F(Keys, DeletionLeavesTheParentOpen) {

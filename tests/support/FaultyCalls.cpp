@@ -204,6 +204,7 @@ void putAll() {
   constexpr unsigned changing = changes | checks_access;
   put<&SystemCalls::ftruncate>("ftruncate", changes | takes_space | interruptible);
   put<&SystemCalls::fsync>("fsync", changes | takes_space | interruptible);
+  put<&SystemCalls::fdatasync>("fdatasync", changes | takes_space | interruptible);
   put<&SystemCalls::fstat>("fstat", 0);
   put<&SystemCalls::stat>("stat", looking);
   put<&SystemCalls::lstat>("lstat", looking);

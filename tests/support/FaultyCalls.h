@@ -28,8 +28,8 @@
 //   forEachKill([&] { prepare(); }, [&] { save(file); }, [&](const Fault&) { reopen(file); });
 //
 // What counts. Changing calls are: open for writing or creating, close of what was open for
-// writing, write, pwrite, copy_file_range, ftruncate, fsync, rename, rename_noreplace, link,
-// unlink, unlinkat, mkdir, rmdir, chmod, fchmod, fchown, futimens, setxattr, fsetxattr. With
+// writing, write, pwrite, copy_file_range, ftruncate, fsync, fdatasync, rename, rename_noreplace,
+// link, unlink, unlinkat, mkdir, rmdir, chmod, fchmod, fchown, futimens, setxattr, fsetxattr. With
 // `reading` also open for reading, read, pread, stat, opendir and the rest of the table. A call
 // counts for a failure only where the error can occur: ENOSPC never strikes unlink, EMFILE only
 // open and opendir. A failed close has closed.

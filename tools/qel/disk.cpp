@@ -25,30 +25,6 @@ std::string ErrnoText(int error) {
   return std::strerror(error);
 }
 
-// Words for the library's codes that a user meets.
-std::string CodeText(std::uint32_t code) {
-  switch (code) {
-    case sys::ERROR_FILE_NOT_FOUND:
-      return ErrnoText(ENOENT);
-    case sys::ERROR_PATH_NOT_FOUND:
-      return "no such folder";
-    case sys::ERROR_TOO_MANY_OPEN_FILES:
-      return ErrnoText(EMFILE);
-    case sys::ERROR_ACCESS_DENIED:
-      return ErrnoText(EACCES);
-    case sys::ERROR_SHARING_VIOLATION:
-      return "another program has it open";
-    case sys::ERROR_DISK_FULL:
-      return ErrnoText(ENOSPC);
-    case sys::ERROR_INVALID_NAME:
-      return "no possible file name";
-    case sys::ERROR_IO_DEVICE:
-      return ErrnoText(EIO);
-    default:
-      return "system error " + std::to_string(code);
-  }
-}
-
 // The folder that holds the last component, and that component.
 std::pair<std::string, std::string> SplitLast(const std::string& native) {
   const std::size_t slash = native.rfind('/');
@@ -97,6 +73,29 @@ int OpenRaw(const std::string& native, int flags, mode_t mode = 0) {
 }
 
 }  // namespace
+
+std::string CodeText(std::uint32_t code) {
+  switch (code) {
+    case sys::ERROR_FILE_NOT_FOUND:
+      return ErrnoText(ENOENT);
+    case sys::ERROR_PATH_NOT_FOUND:
+      return "no such folder";
+    case sys::ERROR_TOO_MANY_OPEN_FILES:
+      return ErrnoText(EMFILE);
+    case sys::ERROR_ACCESS_DENIED:
+      return ErrnoText(EACCES);
+    case sys::ERROR_SHARING_VIOLATION:
+      return "another program has it open";
+    case sys::ERROR_DISK_FULL:
+      return ErrnoText(ENOSPC);
+    case sys::ERROR_INVALID_NAME:
+      return "no possible file name";
+    case sys::ERROR_IO_DEVICE:
+      return ErrnoText(EIO);
+    default:
+      return "system error " + std::to_string(code);
+  }
+}
 
 std::wstring LibraryName(const std::string& native) {
   return sys::FromNative(std::filesystem::absolute(native).native());

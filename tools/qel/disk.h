@@ -14,6 +14,9 @@
 
 namespace qel::tool {
 
+// Words for the library's codes that a user meets.
+std::string CodeText(std::uint32_t code);
+
 // The name as the library is told it: absolute, as a Windows path.
 std::wstring LibraryName(const std::string& native);
 bool Exists(const std::string& native);

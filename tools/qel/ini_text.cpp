@@ -11,10 +11,8 @@ constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view kWideMark = "\xFF\xFE";
 constexpr wchar_t kReplacement = L'\xFFFD';
 
-// UTF-8 line by line: true if these bytes are text.
 bool IsUtf8(std::string_view line) {
-  return line.empty() ||
-         sys::MultiByteToWideChar(sys::CP_UTF8, sys::MB_ERR_INVALID_CHARS, line.data(),
+  return sys::MultiByteToWideChar(sys::CP_UTF8, sys::MB_ERR_INVALID_CHARS, line.data(),
                                   static_cast<int>(line.size()), nullptr, 0) != 0;
 }
 
@@ -34,17 +32,14 @@ void DecodeNarrow(std::string_view bytes, IniText& ini) {
 // Lone surrogates and a half unit at the end are no text.
 void DecodeWide(std::string_view bytes, IniText& ini) {
   ini.text = sys::FromUtf16Le(bytes);
-  if (bytes.size() % 2 != 0) ini.text += kReplacement;
+  if (bytes.size() % 2 != 0) ini.text += L'\xD800';
   std::size_t line = 1;
-  for (std::size_t i = 0; i < ini.text.size(); ++i) {
-    wchar_t& c = ini.text[i];
-    const bool half = bytes.size() % 2 != 0 && i + 1 == ini.text.size();
-    const bool damaged = half || IsSurrogate(c);
-    if (damaged) c = kReplacement;
-    if (damaged && (ini.damaged_lines.empty() || ini.damaged_lines.back() != line)) {
-      ini.damaged_lines.push_back(line);
-    }
+  for (wchar_t& c : ini.text) {
     if (c == L'\n') ++line;
+    if (!IsSurrogate(c)) continue;
+    c = kReplacement;
+    const bool told = !ini.damaged_lines.empty() && ini.damaged_lines.back() == line;
+    if (!told) ini.damaged_lines.push_back(line);
   }
 }
 

@@ -63,6 +63,15 @@ class CMapStringTo : public CObject {
     value = Table::valueOf(entry);
   }
 
+  // Visits each entry's stored key, a std::wstring_view, and value, in the same order and without
+  // copies. The map must not change meanwhile.
+  template <typename Visit>
+  void ForEach(Visit visit) const {
+    for (Entry* entry = m_table.first(); entry; entry = entry->next) {
+      visit(entry->key(), Table::valueOf(entry));
+    }
+  }
+
   // Makes room for that many entries.
   void InitHashTable(UINT entries, BOOL /*allocate_now*/ = 1) { m_table.reserve(entries); }
 

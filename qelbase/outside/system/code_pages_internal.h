@@ -1,5 +1,5 @@
 #pragma once
-// One character at a time, from and to the code pages.
+// From and to the code pages: one character at a time, and UTF-8 whole.
 
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +34,17 @@ char32_t TakeWide(std::wstring_view& text);
 bool PutUtf8(std::string& out, char32_t c);
 bool PutShiftJis(std::string& out, char32_t c);
 bool PutWestern(std::string& out, char32_t c);
+
+// Whole texts of UTF-8, into at most `room` characters or bytes; a null `out` counts them.
+// Ill-formed parts give U+FFFD, or `*default_char` if that is not null. The same as by TakeUtf8 and
+// PutUtf8.
+struct Converted {
+  std::size_t length = 0;
+  bool ill_formed = false;
+  bool fits = true;  // false: the text was left where it did not fit
+};
+Converted DecodeUtf8(std::string_view text, wchar_t* out, std::size_t room);
+Converted EncodeUtf8(std::wstring_view text, const char* default_char, char* out, std::size_t room);
 
 // The look-alike that page 1252 has for a character, or 0.
 unsigned char BestFitWestern(char32_t c);

@@ -181,6 +181,7 @@ int CompareNoCase(std::wstring_view a, std::wstring_view b) {
 }
 
 bool IsSpace(wchar_t c) {
+  if (c > L' ' && c < 0x80) return false;
   constexpr std::wstring_view others = L"\x20\x85\xA0\x1680\x2028\x2029\x202F\x205F\x3000";
   return (c >= 9 && c <= 13) || (c >= 0x2000 && c <= 0x200A) || others.find(c) != others.npos;
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <thread>
 
 #include "qelbase/outside/system/errors.h"
@@ -169,8 +170,10 @@ std::string_view Statement::bytes(int column) const {
 // --- Connection ---
 
 Connection::Connection(const std::string& file, int flags) {
+  errno = 0;
   const int result =
       sqlite3_open_v2(file.c_str(), &m_database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  m_open_error = errno;
   if (result != SQLITE_OK) {
     const int error = m_database ? sqlite3_system_errno(m_database) : 0;
     sqlite3_close(m_database);

@@ -47,17 +47,21 @@ std::string folded(std::string_view name) {
 }
 
 void copyValues(Connection& from, KeyId source, Connection& to, KeyId target) {
-  Statement find = from.prepare("SELECT name, type, data FROM entries WHERE key = ? ORDER BY id");
+  Statement find =
+      from.prepare("SELECT name, type, data, changed FROM entries WHERE key = ? ORDER BY id");
   find.bind(source);
   while (find.step()) {
     const std::string name = NameBytes(find.name(0));
     const std::string key = folded(name);
-    to.prepare("INSERT OR IGNORE INTO entries(key, folded, name, type, data) VALUES(?, ?, ?, ?, ?)")
+    to.prepare(
+          "INSERT OR IGNORE INTO entries(key, folded, name, type, data, changed) "
+          "VALUES(?, ?, ?, ?, ?, ?)")
         .bind(target)
         .bind(std::string_view(key))
         .bind(std::string_view(name))
         .bind(find.number(1))
         .bindBytes(find.bytes(2))
+        .bind(find.number(3))
         .run();
   }
 }

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <exception>
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files_internal.h"
@@ -37,6 +38,7 @@ constexpr const char* kTables[] = {
   name TEXT NOT NULL,
   type INTEGER NOT NULL,
   data BLOB NOT NULL,
+  changed INTEGER NOT NULL DEFAULT 0,
   UNIQUE(key, folded)))",
     "PRAGMA application_id = 1365593160",
     "PRAGMA user_version = 1",
@@ -44,6 +46,9 @@ constexpr const char* kTables[] = {
 static_assert(kApplicationId == 1365593160);
 
 constexpr mode_t kAnyWriter = 0222;
+
+// What waits for another process to mend the log. On a disk that takes no writes nobody comes.
+constexpr int kMostTries = 2000;  // a millisecond each
 
 std::string nextFile(const std::string& file) {
   return file + "-next";
@@ -61,6 +66,14 @@ bool mayWrite(const std::string& name) {
   struct stat status {};
   return Calls().stat(name.c_str(), &status) == 0 && (status.st_mode & kAnyWriter) != 0 &&
          Calls().faccessat(AT_FDCWD, name.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+bool syncData(int fd) {
+  int result = 0;
+  do {
+    result = Calls().fdatasync(fd);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
 }
 
 bool exists(const std::string& name) {
@@ -133,7 +146,13 @@ class Hive::Lease {
   Connection& operator*() { return *m_connection; }
 
  private:
+  // A connection to a file that has failed may have fallen back to reading: the next one is new.
+  bool isTrusted() const {
+    const bool in_memory = m_hive.m_plan.file.empty() || m_hive.m_empty;
+    return in_memory || std::uncaught_exceptions() == m_exceptions;
+  }
   void giveBack() {
+    if (!isTrusted()) m_connection.reset();
     const std::scoped_lock lock(m_hive.m_pool_mutex);
     if (m_connection) m_hive.m_pool.push_back(std::move(m_connection));
     --m_hive.m_leased;
@@ -141,6 +160,7 @@ class Hive::Lease {
   }
   Hive& m_hive;
   std::unique_ptr<Connection> m_connection;
+  int m_exceptions = std::uncaught_exceptions();
 };
 
 std::unique_ptr<Connection> Hive::connect() {
@@ -164,7 +184,9 @@ std::unique_ptr<Connection> Hive::connect() {
   }
   auto connection = std::make_unique<Connection>(
       m_plan.file, m_writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
-  if (m_writable) connection->execute("PRAGMA synchronous = NORMAL");
+  if (!m_writable) return connection;
+  if (connection->isReadOnly()) throw DatabaseFailure{SQLITE_CANTOPEN, connection->openError()};
+  connection->execute("PRAGMA synchronous = NORMAL");
   return connection;
 }
 
@@ -221,11 +243,13 @@ DWORD Hive::openFile() {
     }
   }
   m_writable = mayWrite(folder) && (!there || mayWrite(m_plan.file));
+  m_folder_synced = false;
   const bool shares = m_sequence.open(m_plan.file + "-seq", m_writable, m_plan.mode);
   if (m_writable && !shares) return ErrorFromErrno(errno);
   if (m_writable) {
-    if (m_sequence.alone()) replaceByNext();
+    if (exists(nextFile(m_plan.file)) && m_sequence.alone()) replaceByNext();
     m_sequence.share();
+    if (there && isReady()) return ERROR_SUCCESS;
     const std::scoped_lock writer(m_writer_mutex);
     m_sequence.beginWrite();
     struct End {
@@ -248,9 +272,20 @@ DWORD Hive::openFile() {
   return isHive(*lease) ? ERROR_SUCCESS : ERROR_NOT_REGISTRY_FILE;
 }
 
+// True if opening has nothing to write, so that it waits for no writer.
+bool Hive::isReady() {
+  if (m_sequence.hasDeadWriter()) return false;
+  Lease lease(*this);
+  if (!isHive(*lease)) return false;
+  {
+    Statement mode = (*lease).prepare("PRAGMA journal_mode");
+    if (!mode.step() || mode.bytes(0) != "wal") return false;
+  }
+  return !HasStaleKeys(*lease);
+}
+
 void Hive::replaceByNext() {
   const std::string next = nextFile(m_plan.file);
-  if (!exists(next)) return;
   // The log belongs to the old file.
   Calls().unlink((m_plan.file + "-wal").c_str());
   Calls().unlink((m_plan.file + "-shm").c_str());
@@ -277,7 +312,7 @@ void Hive::makeContent(Connection& connection) {
       if (MakePath(connection, kRoot, path, now, id) != ERROR_SUCCESS) break;
     }
   }
-  DropVolatileKeys(connection);
+  DropStaleKeys(connection);
   transaction.commit();
   if (m_plan.is_hardware) FillHardware(connection);
 }
@@ -287,7 +322,7 @@ bool Hive::isWritable() {
 }
 
 DWORD Hive::read(const Reading& run) {
-  for (;;) {
+  for (int tries = 0;; ++tries) {
     const std::shared_lock gate(ForkGate());
     if (m_immutable && exists(m_plan.file + "-wal")) close();  // somebody began to write
     if (const DWORD code = open()) return code;
@@ -298,7 +333,7 @@ DWORD Hive::read(const Reading& run) {
       transaction.commit();
       return code;
     } catch (const DatabaseFailure& failure) {
-      if (!failure.isPassing()) return failure.code();
+      if (!failure.isPassing() || tries == kMostTries) return failure.code();
     }
     usleep(1000);
   }
@@ -334,8 +369,11 @@ DWORD Hive::flush() {
   if (!m_writable) return ERROR_SUCCESS;
   // Committed writes stand in the log; a checkpoint syncs what it moves out of there.
   const Descriptor log = Descriptor::open(m_plan.file + "-wal", O_RDONLY);
-  if (log ? Calls().fsync(log.get()) != 0 : errno != ENOENT) return ErrorFromErrno(errno);
-  return SyncFolder(ParentOf(m_plan.file)) == 0 ? ERROR_SUCCESS : ErrorFromErrno(errno);
+  if (log ? !syncData(log.get()) : errno != ENOENT) return ErrorFromErrno(errno);
+  if (m_folder_synced) return ERROR_SUCCESS;  // no file has come since
+  if (SyncFolder(ParentOf(m_plan.file)) != 0) return ErrorFromErrno(errno);
+  m_folder_synced = true;
+  return ERROR_SUCCESS;
 }
 
 DWORD Hive::makeSingleFile() {

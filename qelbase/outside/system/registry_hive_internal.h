@@ -96,10 +96,14 @@ class Connection {
   [[nodiscard]] Statement prepare(const char* sql);
   void execute(const char* sql) { prepare(sql).run(); }
   int changes() const { return sqlite3_changes(m_database); }
+  // Opening falls back to reading when the system refuses writing, and keeps its errno.
+  bool isReadOnly() const { return sqlite3_db_readonly(m_database, "main") == 1; }
+  int openError() const { return m_open_error; }
   void writeNothingAtClose();
 
  private:
   sqlite3* m_database = nullptr;
+  int m_open_error = 0;
   std::unordered_map<const char*, sqlite3_stmt*> m_statements;
 };
 
@@ -238,6 +242,7 @@ class Hive {
   class Lease;
   DWORD openLocked();
   DWORD openFile();
+  bool isReady();
   void replaceByNext();
   void makeContent(Connection& connection);
   std::unique_ptr<Connection> connect();
@@ -248,6 +253,7 @@ class Hive {
   bool m_writable = false;
   std::atomic<bool> m_immutable = false;
   bool m_empty = false;  // no file: an empty hive in memory
+  std::atomic<bool> m_folder_synced = false;
   Sequence m_sequence;
   std::mutex m_writer_mutex;
   std::mutex m_pool_mutex;

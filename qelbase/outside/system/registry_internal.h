@@ -72,7 +72,9 @@ struct NewKey {
 // 1018 unless the row is there.
 [[nodiscard]] DWORD CheckKey(Connection& connection, KeyId id);
 void DeleteTree(Connection& connection, KeyId id, bool keep_top);
-void DropVolatileKeys(Connection& connection);
+// Volatile keys of an earlier start of the machine.
+[[nodiscard]] bool HasStaleKeys(Connection& connection);
+void DropStaleKeys(Connection& connection);
 void FillHardware(Connection& connection);
 
 // --- handles -----------------------------------------------------------------------------------

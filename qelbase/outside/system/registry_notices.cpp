@@ -34,6 +34,8 @@ struct Notice {
 struct Notices {
   std::mutex mutex;
   std::list<Notice> waiting;
+  // Ever: most programs never ask, and close keys without taking the lock.
+  std::atomic<bool> asked = false;
   Descriptor watch;  // inotify; empty while no thread runs
   Descriptor wake;
   std::vector<std::string> folders;
@@ -136,6 +138,7 @@ thread_local ThreadEnd thread_end;
 }  // namespace
 
 void SignalClosedKey(HKEY handle) {
+  if (!notices().asked) return;
   const std::scoped_lock lock(notices().mutex);
   notices().waiting.remove_if([&](const Notice& notice) {
     if (notice.handle != handle) return false;
@@ -177,6 +180,7 @@ LSTATUS RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, HANDLE 
   DWORD code = notice.since == UINT64_MAX ? ERROR_KEY_DELETED : ERROR_SUCCESS;
   if (code == ERROR_SUCCESS) {
     const std::scoped_lock lock(notices().mutex);
+    notices().asked = true;
     code = startWatching(notice);
     if (code == ERROR_SUCCESS) notices().waiting.push_back(notice);
   }

@@ -47,14 +47,12 @@ bool Sequence::open(const std::string& file, bool writable, mode_t mode) {
   close();
   Descriptor opened = Descriptor::open(file, writable ? O_RDWR | O_CREAT : O_RDONLY, mode);
   if (!opened) return false;
-  if (writable && !lockByte(opened.get(), kWriterByte, F_WRLCK, true)) return false;
   struct stat status {};
   if (Calls().fstat(opened.get(), &status) != 0) return false;
   const bool whole = status.st_size >= static_cast<off_t>(sizeof(SharedCounters));
-  if (!whole && (!writable || Calls().ftruncate(opened.get(), sizeof(SharedCounters)) != 0)) {
-    if (!writable) errno = EINVAL;
-    return false;
-  }
+  if (!whole && !writable) return errno = EINVAL, false;
+  // Growing keeps what another process has written meanwhile.
+  if (!whole && Calls().ftruncate(opened.get(), sizeof(SharedCounters)) != 0) return false;
   void* const mapped =
       mmap(nullptr, sizeof(SharedCounters), writable ? PROT_READ | PROT_WRITE : PROT_READ,
            MAP_SHARED, opened.get(), 0);
@@ -62,9 +60,12 @@ bool Sequence::open(const std::string& file, bool writable, mode_t mode) {
   m_shared = static_cast<SharedCounters*>(mapped);
   m_writable = writable;
   m_file = std::move(opened);
-  if (!writable) return true;
+  // A writer that is at work, or stopped there, is waited for only by the first ones.
+  if (!writable || atomic(m_shared->magic).load() == kMagic) return true;
+  if (!lockByte(m_file.get(), kWriterByte, F_WRLCK, true)) return close(), false;
   if (m_shared->magic != kMagic) {
-    *m_shared = {kMagic, FileTimeNow() & ~1ULL, 0, 0};  // a counter that nobody remembers
+    atomic(m_shared->counter).store(FileTimeNow() & ~1ULL);  // one that nobody remembers
+    atomic(m_shared->magic).store(kMagic);
   }
   lockByte(m_file.get(), kWriterByte, F_UNLCK, false);
   return true;
@@ -80,6 +81,13 @@ std::uint64_t Sequence::read() const {
   if (!m_shared) return kUnknown;
   const std::uint64_t counter = atomic(m_shared->counter).load();
   return counter % 2 == 0 ? counter : kUnknown;
+}
+
+bool Sequence::hasDeadWriter() const {
+  if (!m_shared || !m_writable || read() != kUnknown) return false;
+  if (!lockByte(m_file.get(), kWriterByte, F_WRLCK, false)) return false;
+  lockByte(m_file.get(), kWriterByte, F_UNLCK, false);
+  return true;
 }
 
 std::uint64_t Sequence::lastStamp() const {

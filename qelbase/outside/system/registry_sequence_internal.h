@@ -34,6 +34,8 @@ class Sequence {
   // The counter while it is even, else kUnknown.
   std::uint64_t read() const;
   std::uint64_t lastStamp() const;
+  // The counter is odd, and nobody is at work: the next write makes it even again.
+  bool hasDeadWriter() const;
 
   // Waits for the other processes' writers; threads of this process exclude each other before.
   // Gives the time of this write.

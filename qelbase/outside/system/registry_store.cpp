@@ -232,7 +232,12 @@ void DeleteTree(Connection& connection, KeyId id, bool keep_top) {
   connection.prepare(kKeys).bind(id).bind(keep_top ? id : KeyId{-1}).run();
 }
 
-void DropVolatileKeys(Connection& connection) {
+bool HasStaleKeys(Connection& connection) {
+  Statement find = connection.prepare("SELECT 1 FROM keys WHERE until_boot <> ? LIMIT 1");
+  return find.bind(std::string_view(bootId())).step();
+}
+
+void DropStaleKeys(Connection& connection) {
   std::vector<KeyId> gone;
   {
     Statement find = connection.prepare("SELECT id FROM keys WHERE until_boot <> ?");
@@ -244,17 +249,20 @@ void DropVolatileKeys(Connection& connection) {
 
 namespace {
 
+// A value that is written touches its own row alone, so the key's last write time may stand there.
 DWORD listKey(Connection& connection, KeyId id, Listing& out) {
   {
     Statement find = connection.prepare(
-        "SELECT class, max(created, subkeys_changed, values_changed) FROM keys WHERE id = ?");
+        "SELECT class, max(created, subkeys_changed, values_changed, (SELECT ifnull(max(changed), "
+        "0) FROM entries WHERE key = keys.id)) FROM keys WHERE id = ?");
     if (!find.bind(id).step()) return ERROR_KEY_DELETED;
     out.class_name = find.name(0);
     out.written = static_cast<std::uint64_t>(find.number(1));
   }
   Statement children = connection.prepare(
-      "SELECT name, class, max(created, subkeys_changed, values_changed) FROM keys "
-      "WHERE parent = ? ORDER BY folded");
+      "SELECT name, class, max(created, subkeys_changed, values_changed, (SELECT "
+      "ifnull(max(changed), 0) FROM entries WHERE key = keys.id)) FROM keys WHERE parent = ? "
+      "ORDER BY folded");
   children.bind(id);
   while (children.step()) {
     out.children.push_back(
@@ -322,31 +330,24 @@ DWORD ReadValue(Place place, std::wstring_view name, Value& out) {
   return result.code;
 }
 
-namespace {
-
-DWORD stampValues(Connection& connection, KeyId id, std::uint64_t stamp) {
-  connection.prepare("UPDATE keys SET values_changed = ? WHERE id = ?").bind(stamp).bind(id).run();
-  return connection.changes() == 1 ? ERROR_SUCCESS : ERROR_KEY_DELETED;
-}
-
-}  // namespace
-
 DWORD WriteValue(Place place, std::wstring_view name, DWORD type, std::string_view data) {
   const std::string name_bytes = NameBytes(name);
   const std::string name_folded = folded(name);
   return place.hive->write([&](Connection& connection, std::uint64_t stamp) {
     connection
         .prepare(
-            "INSERT INTO entries(key, folded, name, type, data) VALUES(?, ?, ?, ?, ?) "
+            "INSERT INTO entries(folded, name, type, data, changed, key) "
+            "SELECT ?, ?, ?, ?, ?, id FROM keys WHERE id = ? "
             "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, "
-            "data = excluded.data")
-        .bind(place.id)
+            "data = excluded.data, changed = excluded.changed")
         .bind(std::string_view(name_folded))
         .bind(std::string_view(name_bytes))
         .bind(static_cast<std::int64_t>(type))
         .bindBytes(data)
+        .bind(stamp)
+        .bind(place.id)
         .run();
-    return stampValues(connection, place.id, stamp);
+    return connection.changes() == 1 ? ERROR_SUCCESS : ERROR_KEY_DELETED;
   });
 }
 
@@ -358,8 +359,12 @@ DWORD DeleteValue(Place place, std::wstring_view name) {
         .bind(std::string_view(name_folded))
         .run();
     const bool was_there = connection.changes() == 1;
-    const DWORD code = stampValues(connection, place.id, stamp);
-    return code != ERROR_SUCCESS || was_there ? code : ERROR_FILE_NOT_FOUND;
+    connection.prepare("UPDATE keys SET values_changed = ? WHERE id = ?")
+        .bind(stamp)
+        .bind(place.id)
+        .run();
+    if (connection.changes() == 0) return ERROR_KEY_DELETED;
+    return was_there ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
   });
 }
 
@@ -392,11 +397,13 @@ DWORD WriteSecurity(Place place, const std::function<std::string(std::string)>& 
 
 std::uint64_t LatestChange(Place place, bool subtree, DWORD filter) {
   static constexpr const char* kOne =
-      "SELECT subkeys_changed, values_changed, security_changed FROM keys WHERE id = ?";
+      "SELECT subkeys_changed, max(values_changed, (SELECT ifnull(max(changed), 0) FROM entries "
+      "WHERE key = keys.id)), security_changed FROM keys WHERE id = ?";
   static constexpr const char* kAll =
       "WITH RECURSIVE tree(id) AS (SELECT ?1 UNION SELECT keys.id FROM keys JOIN tree "
-      "ON keys.parent = tree.id) SELECT max(subkeys_changed), max(values_changed), "
-      "max(security_changed) FROM keys WHERE id IN tree";
+      "ON keys.parent = tree.id) SELECT max(subkeys_changed), max(max(values_changed), (SELECT "
+      "ifnull(max(changed), 0) FROM entries WHERE key IN tree)), max(security_changed) FROM keys "
+      "WHERE id IN tree";
   static constexpr DWORD kColumns[] = {REG_NOTIFY_CHANGE_NAME, REG_NOTIFY_CHANGE_LAST_SET,
                                        REG_NOTIFY_CHANGE_SECURITY};
   std::uint64_t latest = 0;

@@ -38,6 +38,7 @@ constinit SystemCalls calls = {
     .copy_file_range = ::copy_file_range,
     .ftruncate = ::ftruncate,
     .fsync = ::fsync,
+    .fdatasync = ::fdatasync,
     .fstat = ::fstat,
     .stat = ::stat,
     .lstat = ::lstat,

@@ -30,6 +30,7 @@ struct SystemCalls {
                              unsigned flags);
   int (*ftruncate)(int fd, off_t size);
   int (*fsync)(int fd);
+  int (*fdatasync)(int fd);
   int (*fstat)(int fd, struct stat* out);
   int (*stat)(const char* path, struct stat* out);
   int (*lstat)(const char* path, struct stat* out);

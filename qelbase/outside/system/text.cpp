@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -91,6 +92,13 @@ void putDefault(const CodePage& page, std::string& out, Encoding& state) {
 
 std::string encode(const CodePage& page, std::wstring_view text, Encoding& state) {
   std::string out;
+  if (page.number == CP_UTF8) {
+    const Converted counted = EncodeUtf8(text, state.default_char, nullptr, 0);
+    state.ill_formed = state.used_default = counted.ill_formed;
+    out.resize(counted.length);
+    EncodeUtf8(text, state.default_char, out.data(), out.size());
+    return out;
+  }
   out.reserve(text.size());
   while (!text.empty()) {
     const char32_t c = TakeWide(text);
@@ -108,6 +116,13 @@ std::string encode(const CodePage& page, std::wstring_view text, Encoding& state
 
 std::wstring decode(const CodePage& page, std::string_view text, bool& ill_formed) {
   std::wstring out;
+  if (page.number == CP_UTF8) {
+    out.resize(text.size());
+    const Converted decoded = DecodeUtf8(text, out.data(), out.size());
+    ill_formed = decoded.ill_formed;
+    out.resize(decoded.length);
+    return out;
+  }
   out.reserve(text.size());
   while (!text.empty()) {
     const char32_t c = page.take(text);
@@ -115,6 +130,14 @@ std::wstring decode(const CodePage& page, std::string_view text, bool& ill_forme
     out += c == no_character ? page.ill_formed : static_cast<wchar_t>(c);
   }
   return out;
+}
+
+bool isBeyond16Bits(wchar_t c) {
+  return static_cast<char32_t>(c) > 0xFFFF;
+}
+
+bool isSurrogate(char16_t unit) {
+  return (unit & 0xF800) == 0xD800;
 }
 
 int failWith(DWORD code) {
@@ -133,6 +156,21 @@ int deliver(const Text& text, Char* dest, int size) {
   if (count > size) return failWith(ERROR_INSUFFICIENT_BUFFER);
   std::copy(text.begin(), text.end(), dest);
   return count;
+}
+
+// Measures (size 0) or delivers what UTF-8 gives, straight into `dest`. `convert` takes a place and
+// its room.
+template <typename Char, typename Convert>
+int deliverUtf8(Char* dest, int size, bool refuses, bool& ill_formed, Convert convert) {
+  Converted done = convert(size == 0 ? nullptr : dest, static_cast<std::size_t>(size));
+  if (!done.fits && refuses) done.ill_formed = convert(nullptr, 0).ill_formed;
+  ill_formed = done.ill_formed;
+  if (ill_formed && refuses) return failWith(ERROR_NO_UNICODE_TRANSLATION);
+  if (!done.fits) return failWith(ERROR_INSUFFICIENT_BUFFER);
+  if (done.length > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    return failWith(ERROR_INVALID_PARAMETER);
+  }
+  return static_cast<int>(done.length);
 }
 
 // The source with its zero for length -1.
@@ -162,11 +200,16 @@ int WideCharToMultiByte(UINT page_number, DWORD flags, const wchar_t* text, int 
       (page_number == CP_UTF8 && told_default)) {
     return failWith(ERROR_INVALID_PARAMETER);
   }
+  const std::wstring_view source = sourceOf(text, length);
   Encoding state{default_char, (flags & WC_NO_BEST_FIT_CHARS) == 0};
-  const std::string narrow = encode(*page, sourceOf(text, length), state);
-  if (state.ill_formed && page->number == CP_UTF8 && (flags & WC_ERR_INVALID_CHARS) != 0) {
-    return failWith(ERROR_NO_UNICODE_TRANSLATION);
+  if (page->number == CP_UTF8) {
+    const int count = deliverUtf8(
+        dest, size, (flags & WC_ERR_INVALID_CHARS) != 0, state.ill_formed,
+        [&](char* out, std::size_t room) { return EncodeUtf8(source, default_char, out, room); });
+    if (used_default) *used_default = state.ill_formed ? 1 : 0;
+    return count;
   }
+  const std::string narrow = encode(*page, source, state);
   if (used_default) *used_default = state.used_default ? 1 : 0;
   return deliver(narrow, dest, size);
 }
@@ -177,9 +220,16 @@ int MultiByteToWideChar(UINT page_number, DWORD flags, const char* text, int len
   if (!page || !text || length == 0 || length < -1 || size < 0 || (size > 0 && !dest)) {
     return failWith(ERROR_INVALID_PARAMETER);
   }
+  const std::string_view source = sourceOf(text, length);
+  const bool refuses = (flags & MB_ERR_INVALID_CHARS) != 0;
   bool ill_formed = false;
-  const std::wstring wide = decode(*page, sourceOf(text, length), ill_formed);
-  if (ill_formed && (flags & MB_ERR_INVALID_CHARS) != 0) {
+  if (page->number == CP_UTF8) {
+    return deliverUtf8(dest, size, refuses, ill_formed, [&](wchar_t* out, std::size_t room) {
+      return DecodeUtf8(source, out, room);
+    });
+  }
+  const std::wstring wide = decode(*page, source, ill_formed);
+  if (ill_formed && refuses) {
     return failWith(ERROR_NO_UNICODE_TRANSLATION);
   }
   return deliver(wide, dest, size);
@@ -199,6 +249,12 @@ std::string Narrow(std::wstring_view text, UINT number) {
 
 std::u16string ToUtf16(std::wstring_view text) {
   std::u16string units;
+  if (std::none_of(text.begin(), text.end(), isBeyond16Bits)) {
+    units.resize(text.size());
+    std::transform(text.begin(), text.end(), units.begin(),
+                   [](wchar_t c) { return static_cast<char16_t>(c); });
+    return units;
+  }
   units.reserve(text.size());
   for (const wchar_t w : text) {
     const auto c = static_cast<char32_t>(w);
@@ -215,6 +271,7 @@ std::u16string ToUtf16(std::wstring_view text) {
 }
 
 std::wstring FromUtf16(std::u16string_view units) {
+  if (std::none_of(units.begin(), units.end(), isSurrogate)) return {units.begin(), units.end()};
   std::wstring text;
   text.reserve(units.size());
   for (std::size_t i = 0; i < units.size(); ++i) {
@@ -229,22 +286,16 @@ std::wstring FromUtf16(std::u16string_view units) {
   return text;
 }
 
+static_assert(std::endian::native == std::endian::little);
+
 std::string ToUtf16Le(std::wstring_view text) {
-  std::string bytes;
-  for (const char16_t unit : ToUtf16(text)) {
-    bytes += static_cast<char>(unit & 0xFF);
-    bytes += static_cast<char>(unit >> 8);
-  }
-  return bytes;
+  const std::u16string units = ToUtf16(text);
+  return {reinterpret_cast<const char*>(units.data()), units.size() * sizeof units[0]};
 }
 
 std::wstring FromUtf16Le(std::string_view bytes) {
   std::u16string units(bytes.size() / 2, u'\0');
-  for (std::size_t i = 0; i < units.size(); ++i) {
-    const auto low = static_cast<unsigned char>(bytes[2 * i]);
-    const auto high = static_cast<unsigned char>(bytes[2 * i + 1]);
-    units[i] = static_cast<char16_t>(low | high << 8);
-  }
+  bytes.copy(reinterpret_cast<char*>(units.data()), units.size() * sizeof units[0]);
   return FromUtf16(units);
 }
 
