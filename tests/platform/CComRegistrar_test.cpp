@@ -99,7 +99,7 @@ TEST_F(ComRegistrar, WritesAWholeServerAndTakesItAway) {
   EXPECT_EQ(server.Register(), 1);
   EXPECT_EQ(list(), whole_listing);
 
-  const wchar_t* const class_key = L"CLSID\\{12345678-0000-0000-0000-000000000001}";
+  const wchar_t* const class_key = L"CLSID\\{12345678-0000-0000-0000-000000000001}\\ProgID";
   const std::uint64_t before = written(class_key);
   const Param in_capitals[] = {{CComRegistrar::paramName, L"PARTS SERVER"},
                                {CComRegistrar::paramEnd, nullptr}};
@@ -133,6 +133,7 @@ TEST_F(ComRegistrar, TakesAwayWhatTheListLacks) {
   const std::string classes = list("HKCR\\CLSID");
   EXPECT_EQ(classes.find("ProgID"), std::string::npos);
   EXPECT_EQ(classes.find("Parts server"), std::string::npos);
+  EXPECT_EQ(classes.find("@=\"\""), std::string::npos);
   EXPECT_NE(classes.find("LocalServer32"), std::string::npos);
   EXPECT_EQ(list("HKCR\\Interface").find("TypeLib"), std::string::npos);
   EXPECT_NE(list("HKCR\\TypeLib").find("1.0"), std::string::npos);  // that tree is not looked at
