@@ -11,26 +11,22 @@ constexpr std::size_t kMostBytes = 16U << 20;
 
 }  // namespace
 
-// Four characters a step. Whoever chooses names to collide slows his own cache.
+// Two characters a step. Whoever chooses names to collide slows his own cache.
 std::size_t ReadCache::Hash::operator()(const Name& name) const {
-  __extension__ using Wide = unsigned __int128;
-  std::uint64_t hash = static_cast<std::uint64_t>(name.key) + (name.text.size() << 32);
-  std::uint64_t parts[2] = {};
-  const auto mix = [&] {
-    const Wide product =
-        Wide{parts[0] ^ 0x9E37'79B9'7F4A'7C15 ^ hash} * (parts[1] ^ 0xD1B5'4A32'D192'ED03);
-    hash = static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+  constexpr std::uint64_t kMix = 0x9E37'79B9'7F4A'7C15;
+  std::uint64_t hash = static_cast<std::uint64_t>(name.key) + name.text.size();
+  const auto add = [&hash](std::uint64_t part) {
+    hash = (hash ^ part) * kMix;
+    hash ^= hash >> 32;
   };
-  constexpr std::size_t kStep = 4;  // characters
-  const wchar_t* at = name.text.data();
-  std::size_t left = name.text.size();
-  for (; left >= kStep; left -= kStep, at += kStep) {
-    std::memcpy(parts, at, sizeof parts);
-    mix();
+  std::size_t i = 0;
+  for (; i + 2 <= name.text.size(); i += 2) {
+    std::uint64_t pair;
+    std::memcpy(&pair, name.text.data() + i, sizeof pair);
+    add(pair);
   }
-  parts[0] = parts[1] = 0;
-  if (left > 0) std::memcpy(parts, at, left * sizeof(wchar_t));
-  mix();
+  if (i < name.text.size()) add(static_cast<std::uint64_t>(name.text[i]));
+  add(0);
   return hash;
 }
 

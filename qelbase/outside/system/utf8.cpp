@@ -144,7 +144,7 @@ Converted encode(std::wstring_view text, const char* default_char, char* out, st
     for (const wchar_t* const stop = at + std::min<std::ptrdiff_t>(end - at, run_length);
          at < stop;) {
       auto c = static_cast<char32_t>(*at);
-      char bytes[4] = {};
+      char bytes[4];
       std::size_t length = 0;
       if (c < 0xD800) {
         ++at;
@@ -159,11 +159,7 @@ Converted encode(std::wstring_view text, const char* default_char, char* out, st
         if (!is_character && default_char) length = 1, bytes[0] = *default_char;
       }
       if (room - done.length < length) return done.fits = false, done;
-      if constexpr (stores) {  // four at once where they fit: what is too much is written over
-        const bool wide = room - done.length >= sizeof bytes;
-        wide ? std::memcpy(out + done.length, bytes, sizeof bytes)
-             : std::memcpy(out + done.length, bytes, length);
-      }
+      if constexpr (stores) std::memcpy(out + done.length, bytes, length);
       done.length += length;
     }
   }
