@@ -44,6 +44,9 @@ namespace {
 
 using Byte = unsigned char;
 using qel::checks::FeatureScope;
+using qel::checks::Has;
+using qel::checks::kAvx512;
+using qel::checks::kVpclmul;
 
 constexpr std::size_t kLargest = 16 << 20;
 constexpr std::int64_t kSizes[] = {64, 1024, 65536, kLargest};
@@ -115,6 +118,22 @@ __attribute__((target("avx2"))) void loadAll(std::size_t size) {
   for (auto& sum : sums) benchmark::DoNotOptimize(sum);
 }
 
+// Four accumulators carried over the data by two multiplications each, and nothing else.
+__attribute__((target("avx512f,vpclmulqdq"))) void foldAll(std::size_t size) {
+  const Byte* const data = input();
+  __m512i sums[4] = {};
+  const __m512i pair = _mm512_set1_epi64(7);
+  for (std::size_t i = 0; i + 256 <= size; i += 256) {
+#pragma GCC unroll 4
+    for (int k = 0; k < 4; ++k) {
+      const __m512i low = _mm512_clmulepi64_epi128(sums[k], pair, 0x00);
+      const __m512i high = _mm512_clmulepi64_epi128(sums[k], pair, 0x11);
+      sums[k] = _mm512_ternarylogic_epi64(low, high, _mm512_loadu_si512(data + i + 64 * k), 0x96);
+    }
+  }
+  for (auto& sum : sums) benchmark::DoNotOptimize(sum);
+}
+
 // One block after the other through ten dependent rounds.
 __attribute__((target("aes"))) void chainAes(std::size_t size) {
   __m128i x = _mm_setzero_si128();
@@ -123,6 +142,16 @@ __attribute__((target("aes"))) void chainAes(std::size_t size) {
     for (int round = 0; round < 10; ++round) x = _mm_aesenc_si128(x, key);
   }
   benchmark::DoNotOptimize(x);
+}
+
+// As many rounds as a message of `size` bytes needs, in chains that don't wait for one another.
+__attribute__((target("sha,sse4.1"))) void shaRounds(std::size_t size) {
+  __m128i x[4] = {};
+  const __m128i e = _mm_set1_epi32(7);
+  for (std::size_t i = 0; i < 5 * (size / 64 + 1); ++i) {
+    for (auto& chain : x) chain = _mm_sha1rnds4_epu32(chain, e, 0);
+  }
+  for (auto& chain : x) benchmark::DoNotOptimize(chain);
 }
 
 __attribute__((target("sha,sse4.1"))) void chainSha(std::size_t size) {
@@ -148,12 +177,22 @@ void addCrc() {
   add("crc32/other_polynomial", kSizes, [](std::size_t n) {
     benchmark::DoNotOptimize(crc32_other.CalculateBlock(input(), static_cast<DWORD>(n)));
   });
-  add("crc32/isal", kSizes,
+  // A running check: each block goes on from the one before, for the peers too.
+  static std::uint32_t crc = 0;
+  add("crc32/isal", kSizes, [](std::size_t n) { crc = crc32_gzip_refl(crc, input(), n); });
+  add("crc32/libdeflate", kSizes, [](std::size_t n) { crc = libdeflate_crc32(crc, input(), n); });
+  add("crc32/zlib", kSizes, [](std::size_t n) {
+    crc = static_cast<std::uint32_t>(crc32(crc, input(), static_cast<uInt>(n)));
+  });
+  // Blocks that have nothing to do with one another.
+  constexpr std::int64_t kSmallSizes[] = {64, 1024};
+  add("crc32_apart/ours", kSmallSizes, [](std::size_t n) {
+    benchmark::DoNotOptimize(crc32_default.CalculateBlock(input(), static_cast<DWORD>(n), 0));
+  });
+  add("crc32_apart/isal", kSmallSizes,
       [](std::size_t n) { benchmark::DoNotOptimize(crc32_gzip_refl(0, input(), n)); });
-  add("crc32/libdeflate", kSizes,
+  add("crc32_apart/libdeflate", kSmallSizes,
       [](std::size_t n) { benchmark::DoNotOptimize(libdeflate_crc32(0, input(), n)); });
-  add("crc32/zlib", kSizes,
-      [](std::size_t n) { benchmark::DoNotOptimize(crc32(0, input(), static_cast<uInt>(n))); });
   addPortable("crc32_portable/ours", kSizes, [](std::size_t n) {
     benchmark::DoNotOptimize(crc32_default.CalculateBlock(input(), static_cast<DWORD>(n)));
   });
@@ -162,8 +201,8 @@ void addCrc() {
   add("crc16/ours", kSizes, [](std::size_t n) {
     benchmark::DoNotOptimize(crc16_default.CalculateBlock(input(), static_cast<DWORD>(n)));
   });
-  add("crc16/isal_t10dif", kSizes,
-      [](std::size_t n) { benchmark::DoNotOptimize(crc16_t10dif(0, input(), n)); });
+  static std::uint16_t crc16 = 0;
+  add("crc16/isal_t10dif", kSizes, [](std::size_t n) { crc16 = crc16_t10dif(crc16, input(), n); });
   static boost::crc_optimal<16, 0x1021, 0xFFFF> boost_crc;
   add("crc16/boost", kSizes, [](std::size_t n) {
     boost_crc.process_bytes(input(), n);
@@ -185,6 +224,10 @@ void addSums() {
 #if defined(__x86_64__)
   add("sum/limit_load", kSizes, loadAll);
   add("crc32/limit_load", kSizes, loadAll);
+  if (Has(kVpclmul | kAvx512)) {
+    add("crc32/limit_fold", kSizes, foldAll);
+    add("crc16/limit_fold", kSizes, foldAll);
+  }
 #endif
 }
 
@@ -219,6 +262,7 @@ void addSha1s() {
   });
 #if defined(__x86_64__)
   addSha1("limit_chain", chainSha);
+  addSha1("limit_rounds", shaRounds);
 #endif
 }
 

@@ -19,7 +19,10 @@ using qel::sys::ReadUpTo;
 namespace {
 
 constexpr std::size_t kPiece = 8000;
-constexpr std::size_t kLengthAt = 56;  // in the last block
+
+std::uint64_t LengthOf(const std::uint32_t (&bits)[2]) {
+  return std::uint64_t{bits[1]} << 32 | bits[0];
+}
 
 // The file and what the system knows of it; no descriptor if it cannot be opened or is a folder.
 qel::sys::Descriptor OpenFile(const char* name, struct stat& facts) {
@@ -55,41 +58,31 @@ void CSHA1::Transform(std::uint32_t* state, const unsigned char* block) {
 
 void CSHA1::Update(const unsigned char* data, std::uint32_t length) {
   if (length == 0) return;
-  std::size_t fill = (m_bits[0] >> 3) & (kSha1Block - 1);
-  m_bits[0] += length << 3;
-  if (m_bits[0] < (length << 3)) ++m_bits[1];
-  m_bits[1] += length >> 29;
+  const std::size_t fill = (m_bits[0] >> 3) & (kSha1Block - 1);
+  const std::uint64_t bits = LengthOf(m_bits) + (std::uint64_t{length} << 3);
+  m_bits[0] = static_cast<std::uint32_t>(bits);
+  m_bits[1] = static_cast<std::uint32_t>(bits >> 32);
 
-  std::size_t left = length;
-  if (fill + left >= kSha1Block) {
-    if (fill != 0) {
-      const std::size_t taken = kSha1Block - fill;
-      std::memcpy(m_buffer + fill, data, taken);
-      Transform(m_state, m_buffer);
-      data += taken;
-      left -= taken;
-      fill = 0;
-    }
-    const std::size_t blocks = left / kSha1Block;
-    Sha1Compress(m_state, data, blocks);
-    data += blocks * kSha1Block;
-    left %= kSha1Block;
+  if (fill + length < kSha1Block) {
+    std::memcpy(m_buffer + fill, data, length);
+    return;
   }
-  if (left != 0) std::memcpy(m_buffer + fill, data, left);
+  std::size_t left = length;
+  if (fill != 0) {
+    const std::size_t taken = kSha1Block - fill;
+    std::memcpy(m_buffer + fill, data, taken);
+    Transform(m_state, m_buffer);
+    data += taken;
+    left -= taken;
+  }
+  const std::size_t blocks = left / kSha1Block;
+  Sha1Compress(m_state, data, blocks);
+  std::memcpy(m_buffer, data + blocks * kSha1Block, left % kSha1Block);
 }
 
 void CSHA1::Final() {
-  std::size_t fill = (m_bits[0] >> 3) & (kSha1Block - 1);
-  m_buffer[fill++] = 0x80;
-  if (fill > kLengthAt) {
-    std::memset(m_buffer + fill, 0, kSha1Block - fill);
-    Transform(m_state, m_buffer);
-    fill = 0;
-  }
-  std::memset(m_buffer + fill, 0, kLengthAt - fill);
-  qel::checks::StoreBig32(m_buffer + kLengthAt, m_bits[1]);
-  qel::checks::StoreBig32(m_buffer + kLengthAt + 4, m_bits[0]);
-  Transform(m_state, m_buffer);
+  const std::size_t fill = (m_bits[0] >> 3) & (kSha1Block - 1);
+  qel::checks::Sha1Finish(m_state, m_buffer, fill, LengthOf(m_bits));
   for (std::size_t i = 0; i < 5; ++i) qel::checks::StoreBig32(m_digest + 4 * i, m_state[i]);
 
   // The working data is wiped: all zero, and the state compressed once more.

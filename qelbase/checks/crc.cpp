@@ -1,4 +1,6 @@
 // The portable form: sixteen bytes a step, by table.
+#include <vector>
+
 #include "qelbase/checks/bytes_internal.h"
 #include "qelbase/checks/crc_internal.h"
 #include "qelbase/checks/processor_internal.h"
@@ -46,6 +48,24 @@ struct Reversed32 {
 };
 
 template <typename Order>
+FoldPairs Folds(typename Order::Value polynomial) {
+  constexpr unsigned kPiece = 128;
+  constexpr unsigned kWidth = 8 * sizeof polynomial;
+  std::vector<typename Order::Value> powers(kPiece * (FoldPairs::kPieces + 1), Order::kOne);
+  for (std::size_t i = 1; i < powers.size(); ++i) {
+    powers[i] = Order::Times(powers[i - 1], polynomial);
+  }
+  const auto over = [&](unsigned bits) -> FoldPair {
+    return {.low = Order::Place(powers[bits + Order::kLowPower]),
+            .high = Order::Place(powers[bits + Order::kHighPower])};
+  };
+  FoldPairs folds{.over_512 = over(512), .over_2048 = over(2048), .to_end = {}};
+  unsigned behind = FoldPairs::kPieces;
+  for (FoldPair& pair : folds.to_end) pair = over(kPiece * --behind + kWidth);
+  return folds;
+}
+
+template <typename Order>
 CrcPlan<typename Order::Value> Plan(const typename Order::Table& table,
                                     typename Order::Value polynomial) {
   CrcPlan<typename Order::Value> plan{};
@@ -55,28 +75,17 @@ CrcPlan<typename Order::Value> Plan(const typename Order::Table& table,
       plan.slices[n][b] = Order::Step(table, plan.slices[n - 1][b], 0);
     }
   }
-  typename Order::Value remainder = Order::kOne;
-  for (unsigned power = 0; power <= kFoldDistances.back() + 64; ++power) {
-    for (std::size_t i = 0; i < kFoldDistances.size(); ++i) {
-      if (power == kFoldDistances[i] + Order::kLowPower)
-        plan.folds[i].low = Order::Place(remainder);
-      if (power == kFoldDistances[i] + Order::kHighPower) {
-        plan.folds[i].high = Order::Place(remainder);
-      }
-    }
-    remainder = Order::Times(remainder, polynomial);
-  }
+  plan.folds = Folds<Order>(polynomial);
   return plan;
 }
 
-// What eight bytes, the first of them the lowest of `bytes`, give with `Behind` more behind them.
-template <typename Order, std::size_t Behind>
-typename Order::Value EightBytes(const CrcPlan<typename Order::Value>& plan, std::uint64_t bytes) {
-  typename Order::Value result = 0;
-  for (std::size_t i = 0; i < 8; ++i) {
-    result ^= plan.slices[Behind + 7 - i][static_cast<std::uint8_t>(bytes >> (8 * i))];
-  }
-  return result;
+// What `size` bytes give that the value has met, at most as many as there are slices.
+template <typename Order, typename ByteAt>
+__attribute__((always_inline)) inline typename Order::Value SumOfSlices(
+    const CrcPlan<typename Order::Value>& plan, std::size_t size, ByteAt byte_at) {
+  typename Order::Value sum = 0;
+  for (std::size_t i = 0; i < size; ++i) sum ^= plan.slices[size - 1 - i][byte_at(i)];
+  return sum;
 }
 
 template <typename Order>
@@ -84,36 +93,37 @@ typename Order::Value UpdateBySlices(const CrcPlan<typename Order::Value>& plan,
                                      typename Order::Value c, const std::uint8_t* data,
                                      std::size_t size) {
   constexpr std::size_t kSlices = CrcPlan<typename Order::Value>::kSlices;
+  const auto met_byte = [&](std::size_t i) {
+    const auto change = i < sizeof c ? static_cast<std::uint8_t>(Order::Meet(c) >> (8 * i)) : 0;
+    return data[i] ^ change;
+  };
   for (; size >= kSlices; data += kSlices, size -= kSlices) {
-    const std::uint64_t met = Order::Meet(c);
-    c = 0;
-    for (std::size_t i = 0; i < kSlices; ++i) {
-      const auto change = i < sizeof c ? static_cast<std::uint8_t>(met >> (8 * i)) : 0;
-      c ^= plan.slices[kSlices - 1 - i][data[i] ^ change];
-    }
+    c = SumOfSlices<Order>(plan, kSlices, met_byte);
   }
-  if (size >= 8) {
-    c = EightBytes<Order, 0>(plan, LoadLittle64(data) ^ Order::Meet(c));
-    data += 8;
-    size -= 8;
-  }
+  if (size >= sizeof c) return SumOfSlices<Order>(plan, size, met_byte);
   for (; size != 0; --size) c = Order::Step(plan.slices[0], c, *data++);
   return c;
 }
 
 #if defined(__x86_64__)
 
+// The best that the processor has; null if it has none.
+inline auto FoldingOfProcessor() -> decltype(&FoldPclmul) {
+  if (Has(kVpclmul | kAvx512)) return &FoldVpclmul512;
+  if (Has(kVpclmul | kAvx2)) return &FoldVpclmul;
+  if (Has(kPclmul | kSse41)) return &FoldPclmul;
+  return nullptr;
+}
+
 template <typename Order>
-typename Order::Value UpdateByFolding(const CrcPlan<typename Order::Value>& plan,
-                                      typename Order::Value c, const std::uint8_t* data,
-                                      std::size_t size) {
-  const std::size_t whole = size & ~std::size_t{15};
-  const auto fold = Has(kVpclmul | kAvx512) ? &FoldVpclmul512
-                    : Has(kVpclmul | kAvx2) ? &FoldVpclmul
-                                            : &FoldPclmul;
-  const SixteenBytes folded = fold(Order::kReversed, plan.folds, c, data, whole);
-  c = EightBytes<Order, 8>(plan, folded.low) ^ EightBytes<Order, 0>(plan, folded.high);
-  return UpdateBySlices<Order>(plan, c, data + whole, size - whole);
+typename Order::Value Remainder(const CrcPlan<typename Order::Value>& plan, SixteenBytes folded) {
+  using Value = typename Order::Value;
+  constexpr int kWidth = 8 * sizeof(Value);
+  const std::uint64_t front = folded.low >> (64 - kWidth) | folded.high << kWidth;
+  const auto end = static_cast<Value>(folded.high >> (64 - kWidth));
+  const Value rest = SumOfSlices<Order>(
+      plan, 8, [front](std::size_t i) { return static_cast<std::uint8_t>(front >> (8 * i)); });
+  return static_cast<Value>(Order::Meet(end) ^ rest);
 }
 
 #endif
@@ -123,8 +133,11 @@ typename Order::Value Update(const CrcPlan<typename Order::Value>& plan, typenam
                              const std::uint8_t* data, std::size_t size) {
 #if defined(__x86_64__)
   constexpr std::size_t kWorthFolding = 64;
-  if (size >= kWorthFolding && Has(kPclmul | kSse41)) {
-    return UpdateByFolding<Order>(plan, c, data, size);
+  if (const auto fold = size >= kWorthFolding ? FoldingOfProcessor() : nullptr) {
+    const std::size_t whole = size & ~std::size_t{15};
+    c = Remainder<Order>(plan, fold(Order::kReversed, plan.folds, c, data, whole));
+    data += whole;
+    size -= whole;
   }
 #endif
   return UpdateBySlices<Order>(plan, c, data, size);

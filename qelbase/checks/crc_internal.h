@@ -13,16 +13,21 @@ struct SixteenBytes {
   std::uint64_t high;
 };
 
-// Remainders of powers of x that carry the two halves of a 128-bit piece over `distance` bits.
+// Remainders of powers of x that carry the two halves of a 128-bit piece over a distance.
 struct FoldPair {
   std::uint64_t low;   // for the low quadword of the register
   std::uint64_t high;  // for the high one
 };
 
-// The distances that the folding loops use, in bits.
-inline constexpr std::array<unsigned, 5> kFoldDistances = {128, 256, 512, 1024, 2048};
+struct FoldPairs {
+  static constexpr std::size_t kPieces = 32;
 
-using FoldPairs = std::array<FoldPair, kFoldDistances.size()>;
+  FoldPair over_512;  // bits
+  FoldPair over_2048;
+  // to_end[i] carries a piece with kPieces - 1 - i pieces behind it to where the check value
+  // stands when the block is over. So pieces in a row take pairs in a row.
+  std::array<FoldPair, kPieces> to_end;
+};
 
 template <typename T>
 struct CrcPlan {
@@ -52,9 +57,10 @@ std::uint32_t UpdateCrc(const CrcPlan<std::uint32_t>& plan, std::uint32_t value,
 
 #if defined(__x86_64__)
 
-// Fold `size` bytes, a multiple of 16 and at least 16, the first of which are XORed with `first`,
-// into sixteen bytes of the same remainder. `reversed` tells a polynomial whose first bit is the
-// least significant one. See Gopal, Ozturk, Guilford and others, "Fast CRC Computation for Generic
+// Fold `size` bytes, a multiple of 16 and at least 64, the first of which are XORed with `first`,
+// into a piece with the value's remainder: what its last bytes say, as many as the value has, and
+// what the eight in front of them give. `reversed` tells a polynomial whose first bit is the least
+// significant one. See Gopal, Ozturk, Guilford and others, "Fast CRC Computation for Generic
 // Polynomials Using PCLMULQDQ Instruction", Intel 2009.
 SixteenBytes FoldPclmul(bool reversed, const FoldPairs& folds, std::uint32_t first,
                         const std::uint8_t* data, std::size_t size);

@@ -1,5 +1,8 @@
 #include "qelbase/checks/rc4.h"
 
+#include <string.h>
+
+#include <algorithm>
 #include <iterator>
 #include <numeric>
 #include <utility>
@@ -18,42 +21,67 @@ void prepare_key(const unsigned char* key, std::uint16_t key_length, rc4_key* ou
 
 namespace {
 
-// The generator. The entry that the next step begins with is read before this step's exchange is
-// written, and put right if the exchange was its own: the processor then need not wait for stores.
-struct Generator {
-  std::uint8_t* state;
-  std::uint32_t x;  // of the step to come, below 256 like all here
-  std::uint32_t y;
-  std::uint32_t at_x;
+constexpr std::uint32_t kGroup = 8;  // steps; 256 is a multiple of it
 
-  static constexpr std::uint32_t Cut(std::uint32_t value) { return value & 0xFF; }
+constexpr std::uint8_t Cut(std::uint32_t value) {
+  return static_cast<std::uint8_t>(value);
+}
 
-  std::uint32_t Step() {
-    const std::uint32_t a = at_x;
+// Runs the generator over entries of one width. Indexes are those of the step to come.
+template <typename Entry>
+void Run(Entry* state, rc4_key& key, std::uint8_t* data, std::uint64_t length) {
+  std::uint32_t x = Cut(key.x + 1u);
+  std::uint32_t y = key.y;
+  const auto step = [&] {
+    const std::uint32_t a = state[x];
     y = Cut(y + a);
-    const std::uint32_t next = Cut(x + 1);
     const std::uint32_t b = state[y];
-    const std::uint32_t at_next = state[next];
-    state[y] = static_cast<std::uint8_t>(a);
-    state[x] = static_cast<std::uint8_t>(b);
-    at_x = next == y ? a : at_next;
-    x = next;
-    return state[Cut(a + b)];
+    state[y] = static_cast<Entry>(a);
+    state[x] = static_cast<Entry>(b);
+    x = Cut(x + 1);
+    return Cut(state[Cut(a + b)]);
+  };
+  for (; length != 0 && x % kGroup != 0; --length) *data++ ^= step();
+
+  // The entry that a step begins with is read before the exchange of the step in front is written,
+  // and again if that exchange was its own: the processor then need not wait for stores.
+  std::uint32_t a = state[x];
+  for (; length >= kGroup; data += kGroup, length -= kGroup) {
+    Entry* const group = state + x;
+    const std::uint32_t after = Cut(x + kGroup);
+    std::uint64_t stream = 0;
+#pragma GCC unroll 8
+    for (std::uint32_t i = 0; i < kGroup; ++i) {
+      const bool last = i + 1 == kGroup;
+      const std::uint32_t next = last ? after : x + i + 1;
+      y = Cut(y + a);
+      const std::uint32_t b = state[y];
+      std::uint32_t at_next = last ? state[after] : group[i + 1];
+      __asm__("" : "+r"(at_next));  // as 32 bits: g++ would widen it again on the way of the chain
+      state[y] = static_cast<Entry>(a);
+      group[i] = static_cast<Entry>(b);
+      stream |= std::uint64_t{Cut(state[Cut(a + b)])} << (8 * i);
+      a = at_next;
+      if (next == y) [[unlikely]]
+        a = state[next];
+    }
+    x = after;
+    qel::checks::StoreLittle64(data, qel::checks::LoadLittle64(data) ^ stream);
   }
-};
+  for (; length != 0; --length) *data++ ^= step();
+  key.x = Cut(x - 1);
+  key.y = Cut(y);
+}
 
 }  // namespace
 
 void rc4(unsigned char* data, std::uint64_t length, rc4_key* key) {
-  const std::uint32_t first = Generator::Cut(key->x + 1u);
-  Generator generator{key->state, first, key->y, key->state[first]};
-  for (; length >= 8; data += 8, length -= 8) {
-    std::uint64_t stream = 0;
-#pragma GCC unroll 8
-    for (int i = 0; i < 8; ++i) stream |= std::uint64_t{generator.Step()} << (8 * i);
-    qel::checks::StoreLittle64(data, qel::checks::LoadLittle64(data) ^ stream);
-  }
-  for (; length != 0; --length) *data++ ^= static_cast<std::uint8_t>(generator.Step());
-  key->x = static_cast<std::uint8_t>(generator.x - 1);
-  key->y = static_cast<std::uint8_t>(generator.y);
+  // Entries of whole words are faster to work with; they are wiped behind it.
+  constexpr std::uint64_t kWorthWidening = 512;
+  if (length < kWorthWidening) return Run(key->state, *key, data, length);
+  std::uint32_t wide[256];
+  std::copy(std::begin(key->state), std::end(key->state), wide);
+  Run(wide, *key, data, length);
+  std::transform(wide, std::end(wide), key->state, Cut);
+  explicit_bzero(wide, sizeof wide);
 }

@@ -1,6 +1,7 @@
 // The portable form of the compression function: 80 rounds, the words of a block worked out as
 // they are needed.
 #include <bit>
+#include <cstring>
 #include <utility>
 
 #include "qelbase/checks/bytes_internal.h"
@@ -56,6 +57,19 @@ constexpr void CompressPortable(Word* state, const std::uint8_t* data, std::size
   }
 }
 
+void FinishPortable(Word* state, std::uint8_t* buffer, std::size_t fill, std::uint64_t bits) {
+  buffer[fill++] = 0x80;
+  if (fill > kSha1LengthAt) {
+    std::memset(buffer + fill, 0, kSha1Block - fill);
+    CompressPortable(state, buffer, 1);
+    fill = 0;
+  }
+  std::memset(buffer + fill, 0, kSha1LengthAt - fill);
+  StoreBig32(buffer + kSha1LengthAt, static_cast<Word>(bits >> 32));
+  StoreBig32(buffer + kSha1LengthAt + 4, static_cast<Word>(bits));
+  CompressPortable(state, buffer, 1);
+}
+
 constexpr std::array<Word, 5> CompressZeros() {
   constexpr std::uint8_t kZeros[kSha1Block] = {};
   std::array<Word, 5> state = {};
@@ -72,6 +86,13 @@ void Sha1Compress(Word* state, const std::uint8_t* data, std::size_t blocks) {
   if (Has(kSha | kSse41)) return Sha1CompressSha(state, data, blocks);
 #endif
   CompressPortable(state, data, blocks);
+}
+
+void Sha1Finish(Word* state, std::uint8_t* buffer, std::size_t fill, std::uint64_t bits) {
+#if defined(__x86_64__)
+  if (Has(kSha | kSse41)) return Sha1FinishSha(state, buffer, fill, bits);
+#endif
+  FinishPortable(state, buffer, fill, bits);
 }
 
 }  // namespace qel::checks

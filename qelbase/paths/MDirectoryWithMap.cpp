@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qelbase/outside/system/errors.h"
@@ -45,6 +46,7 @@ void MDirectoryWithMap::Clear() {
   m_map.RemoveAll();
   m_mapped.clear();
   m_index.clear();
+  m_is_indexed = false;
   m_removed = 0;
   m_has_twins = false;
   m_map_folder.Empty();
@@ -52,11 +54,18 @@ void MDirectoryWithMap::Clear() {
 }
 
 void MDirectoryWithMap::ClearMapFromUnusedNames() {
+  if (m_map.IsEmpty()) return;
+  qel::framework::StringTable<bool> used;
+  for (std::int64_t i = 0; i < m_names.GetSize(); ++i) {
+    const wchar_t* name = m_names[i].GetString();
+    if (Name2MappedName(name, nullptr) && !used.findFolded(name)) used.add(name);
+  }
   std::vector<MapRecord> unused;
   CStringW name, mapped;
   for (POSITION at = m_map.GetStartPosition(); at;) {
     m_map.GetNextAssoc(at, name, mapped);
-    if (GetNameIndex(name) == kAbsent) unused.push_back({name.GetString(), mapped.GetString()});
+    if (!used.findFolded(name.GetString()))
+      unused.push_back({name.GetString(), mapped.GetString()});
   }
   for (const MapRecord& record : unused) {
     _RemoveRecord(record.name);
@@ -65,10 +74,19 @@ void MDirectoryWithMap::ClearMapFromUnusedNames() {
   }
 }
 
-void MDirectoryWithMap::_AddName(const CStringW& name, std::uint16_t flags) {
-  const std::int64_t place = m_names.Add(name);
+void MDirectoryWithMap::_AddName(CStringW name, std::uint16_t flags) {
+  const std::int64_t place = m_names.GetSize();
+  m_names.SetSize(place + 1);
+  m_names[place] = std::move(name);
   m_flags.Add(flags);
-  _Index(name, place);
+  if (m_is_indexed) _AddToIndex(place);
+}
+
+void MDirectoryWithMap::_AddToIndex(std::int64_t place) const {
+  const wchar_t* name = m_names[place].GetString();
+  auto* exact = m_index.find(name);
+  m_has_twins = m_has_twins || exact || m_index.findFolded(name);
+  Index::valueOf(exact ? exact : m_index.add(name)) = place;
 }
 
 void MDirectoryWithMap::_SetRecord(const CStringW& name, const CStringW& mapped) {
@@ -90,18 +108,13 @@ void MDirectoryWithMap::_BuildIndex() const {
   m_index.clear();
   m_removed = 0;
   m_has_twins = false;
-  for (std::int64_t i = 0; i < m_names.GetSize(); ++i) _Index(m_names[i], i);
-}
-
-void MDirectoryWithMap::_Index(const CStringW& name, std::int64_t place) const {
-  auto* entry = m_index.findFolded(name.GetString());
-  m_has_twins = m_has_twins || entry;
-  if (!entry || entry->key() != name.GetString()) entry = m_index.add(name.GetString());
-  Index::valueOf(entry) = place;
+  m_is_indexed = true;
+  m_index.reserve(static_cast<std::size_t>(m_names.GetSize()));
+  for (std::int64_t i = 0; i < m_names.GetSize(); ++i) _AddToIndex(i);
 }
 
 std::int64_t MDirectoryWithMap::_Position(const wchar_t* name) const {
-  if (m_removed > kMostRemoved) _BuildIndex();
+  if (!m_is_indexed || m_removed > kMostRemoved) _BuildIndex();
   auto* entry = m_index.find(name);
   if (!entry && m_has_twins) {
     std::int64_t i = m_names.GetUpperBound();
@@ -239,6 +252,8 @@ std::uint32_t MDirectoryWithMap::_Read(const CStringW& folder, std::uint16_t fla
   if ((flags & READ_MAP) != 0) code = _ReadRecords(folder, map_file);
   if (code != 0) return code;
   const bool descends = (flags & READ_DESCEND) != 0;
+  // Each sub-folder looks the names of all others up.
+  if (descends && !m_is_indexed) _BuildIndex();
   if (descends) code = _ReadSubFolders(folder, flags, map_file, pattern, prefix);
   if (code != 0) {
     keeps = true;
@@ -275,7 +290,6 @@ std::uint32_t MDirectoryWithMap::_ReadEntries(const CStringW& folder, std::uint1
   const std::uint32_t code = qel::sys::ListEntries(search, entries);
   if (code != 0) return code;
   const bool reads_map = (flags & READ_MAP) != 0;
-  m_index.reserve(m_index.size() + entries.size());
   for (const Entry& entry : entries) {
     const bool is_dots = IsDots(entry.name);
     const std::uint16_t kind = entry.is_folder ? ENTRY_FOLDER : ENTRY_FILE;
@@ -284,11 +298,11 @@ std::uint32_t MDirectoryWithMap::_ReadEntries(const CStringW& folder, std::uint1
                         (qel::sys::CompareNoCase(entry.name, map_file) == 0 ||
                          qel::paths::IsPassingMapFile(entry.name, map_file));
     if (is_map) continue;
-    const CStringW name = prefix.IsEmpty() ? CStringW(entry.name) : prefix + L"\\" + entry.name;
+    CStringW name = prefix.IsEmpty() ? CStringW(entry.name) : prefix + L"\\" + entry.name;
     if (MappedName2Name(name, nullptr)) return kContradiction;
     int entry_flags = is_dots ? ENTRY_DOTS | ENTRY_FOLDER : kind;
     if (Name2MappedName(name, nullptr)) entry_flags |= ENTRY_MAPPED;
-    _AddName(name, static_cast<std::uint16_t>(entry_flags));
+    _AddName(std::move(name), static_cast<std::uint16_t>(entry_flags));
   }
   return 0;
 }

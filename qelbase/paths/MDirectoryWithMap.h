@@ -126,12 +126,12 @@ class QELBASE_API MDirectoryWithMap {
                                 const CStringW& prefix);
   std::uint32_t _ReadEntries(const CStringW& folder, std::uint16_t flags, const wchar_t* map_file,
                              const wchar_t* pattern, const CStringW& prefix);
-  void _AddName(const CStringW& name, std::uint16_t flags);
+  void _AddName(CStringW name, std::uint16_t flags);
   void _SetRecord(const CStringW& name, const CStringW& mapped);
   void _RemoveRecord(const CStringW& name);
   std::int64_t _Position(const wchar_t* name) const;
   void _BuildIndex() const;
-  void _Index(const CStringW& name, std::int64_t place) const;
+  void _AddToIndex(std::int64_t place) const;
 
   std::uint32_t _KnowRecords(const CStringW& folder);
   bool _FindKnown(const CStringW& folder, const CStringW& name, CStringW& on_disk);
@@ -145,8 +145,10 @@ class QELBASE_API MDirectoryWithMap {
   CWordArray m_flags;             // EntryFlag, one for each name
   CMapStringIToString m_map{10};  // from name to mapped name
 
-  Names m_mapped;                      // from mapped name to name
-  mutable Index m_index;               // from name to its place, or to one behind it
+  Names m_mapped;  // from mapped name to name
+  // From name to its place, or to one behind it. Built by the first search, kept up from then on.
+  mutable Index m_index;
+  mutable bool m_is_indexed = false;
   mutable std::int64_t m_removed = 0;  // names removed since the index was built
   mutable bool m_has_twins = false;    // names that are equal, or differ in case alone
   CStringW m_map_folder;               // the folder whose map file is known

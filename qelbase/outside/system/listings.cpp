@@ -67,12 +67,14 @@ std::size_t commonLength(const std::vector<SortKey>& keys) {
   return length;
 }
 
-// 16 bits a character are enough to tell most names apart.
-std::uint64_t headOf(std::wstring_view upper) {
+// As many characters as fit, with the same number of bits each. 16 bits are enough to tell most
+// names apart.
+std::uint64_t headOf(std::wstring_view upper, unsigned bits) {
+  const std::uint64_t largest = (1u << bits) - 1;
   std::uint64_t head = 0;
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 64 / bits; ++i) {
     const std::uint64_t c = i < upper.size() ? static_cast<std::uint32_t>(upper[i]) : 0;
-    head = head << 16 | std::min<std::uint64_t>(c, 0xFFFF);
+    head = head << bits | std::min(c, largest);
   }
   return head;
 }
@@ -316,7 +318,8 @@ void SortEntries(std::vector<Entry>& entries) {
   const std::wstring text = upperText(entries);
   std::vector<SortKey> keys = keysOf(entries, text);
   const std::size_t common = commonLength(keys);
-  for (SortKey& key : keys) key.head = headOf(key.upper.substr(common));
+  const bool is_narrow = std::ranges::all_of(text, [](wchar_t c) { return c < 0xFF; });
+  for (SortKey& key : keys) key.head = headOf(key.upper.substr(common), is_narrow ? 8 : 16);
   std::sort(keys.begin(), keys.end(), [&](const SortKey& a, const SortKey& b) {
     if (a.head != b.head) return a.head < b.head;
     if (const int order = a.upper.compare(b.upper); order != 0) return order < 0;

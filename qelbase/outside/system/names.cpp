@@ -385,6 +385,7 @@ bool ToNativeForCreation(std::wstring_view path, std::string& native) {
 
 std::wstring FromNative(std::string_view native) {
   std::wstring path;
+  path.reserve(native.size());
   if (!native.starts_with('/')) {
     appendWidePath(native, path);
     return path;
