@@ -36,7 +36,7 @@ using qeltest::TempFolder;
 
 // An object reads the registry: never the real one.
 class SystemTexts : public testing::Test {
-  qeltest::RegistryFolder folder;
+  qeltest::RegistryFolder own_registry;
 };
 using RealFigures = SystemTexts;
 
