@@ -184,18 +184,14 @@ TEST_F(SystemTexts, ThisMachineClaimsNoVersion) {
 
 // --- processors ----------------------------------------------------------------------------------
 
-class Processors : public testing::Test {
- protected:
-  MSystemInfo info(const SYSTEM_INFO& figures, const ProcessorTexts& texts) {
-    MachineOverride machine;
-    machine.setProcessor(figures).setProcessorTexts(texts);
-    folder.reopen();
-    return {};
-  }
-  qeltest::RegistryFolder folder;
-};
+MSystemInfo processor(const SYSTEM_INFO& figures, const ProcessorTexts& texts) {
+  MachineOverride machine;
+  machine.setProcessor(figures).setProcessorTexts(texts);
+  const qeltest::RegistryFolder folder;
+  return {};
+}
 
-TEST_F(Processors, EveryLevelOfEveryArchitecture) {
+TEST(Processors, EveryLevelOfEveryArchitecture) {
   const struct {
     WORD architecture;
     const char* vendor;
@@ -257,7 +253,7 @@ TEST_F(Processors, EveryLevelOfEveryArchitecture) {
     figures.dwProcessorType = row.type;
     figures.dwNumberOfProcessors = 96;
     const MSystemInfo info =
-        this->info(figures, {.name = {}, .vendor = row.vendor, .identifier = {}});
+        processor(figures, {.name = {}, .vendor = row.vendor, .identifier = {}});
     const wchar_t* const type = info.GET_PROCESSOR_STRING();
     EXPECT_EQ((type ? type : L"none") + std::wstring(L", ") + info.GET_PROCESSOR_LEVEL_STRING(),
               row.text);
@@ -267,15 +263,15 @@ TEST_F(Processors, EveryLevelOfEveryArchitecture) {
   }
 }
 
-TEST_F(Processors, NamesComeFromTheRegistryElseFromTheType) {
+TEST(Processors, NamesComeFromTheRegistryElseFromTheType) {
   SYSTEM_INFO figures{};
   figures.wProcessorArchitecture = 9;
-  const MSystemInfo cutter = info(figures, {"   Part  Cutter(R)    3000 \t", "", "Family 6"});
+  const MSystemInfo cutter = processor(figures, {"   Part  Cutter(R)    3000 \t", "", "Family 6"});
   EXPECT_EQ(cutter.GET_PROCESSOR_STRING2(), CStringW(L"Part Cutter(R) 3000"));
   EXPECT_EQ(cutter.GET_PROCESSOR_STRING3(), CStringW(L"Part Cutter(R) 3000 Family 6"));
-  EXPECT_EQ(info(figures, {"  ", "", ""}).GET_PROCESSOR_STRING2(), CStringW(L"AMD64"));
+  EXPECT_EQ(processor(figures, {"  ", "", ""}).GET_PROCESSOR_STRING2(), CStringW(L"AMD64"));
   figures.wProcessorArchitecture = 77;
-  EXPECT_EQ(info(figures, {"", "", ""}).GET_PROCESSOR_STRING2(), CStringW());
+  EXPECT_EQ(processor(figures, {"", "", ""}).GET_PROCESSOR_STRING2(), CStringW());
 }
 
 // --- the real figures ----------------------------------------------------------------------------
