@@ -36,7 +36,7 @@ using qeltest::TempFolder;
 
 // An object reads the registry: never the real one.
 class SystemTexts : public testing::Test {
-  qeltest::RegistryFolder folder;
+  qeltest::RegistryFolder own_registry;
 };
 using RealFigures = SystemTexts;
 
@@ -184,82 +184,76 @@ TEST_F(SystemTexts, ThisMachineClaimsNoVersion) {
 
 // --- processors ----------------------------------------------------------------------------------
 
-class Processors : public testing::Test {
- protected:
-  Processors() {
-    registry.Connect(COXRegistry::keyLocalMachine());
-    registry.OpenKey(L"Hardware\\Description\\System\\CentralProcessor\\0",
-                     COXRegistry::permissionAllAccess);
-  }
-  qeltest::RegistryFolder folder;
-  COXRegistry registry;
-};
+MSystemInfo processor(const SYSTEM_INFO& figures, const ProcessorTexts& texts) {
+  MachineOverride machine;
+  machine.setProcessor(figures).setProcessorTexts(texts);
+  const qeltest::RegistryFolder folder;
+  return {};
+}
 
-TEST_F(Processors, EveryLevelOfEveryArchitecture) {
+TEST(Processors, EveryLevelOfEveryArchitecture) {
   const struct {
     WORD architecture;
-    const wchar_t* vendor;
+    const char* vendor;
     WORD level;
     WORD revision;
     DWORD type;
     int expected;
     const wchar_t* text;  // of type and level
   } rows[] = {
-      {0, L"AuthenticAMD", 5, 0x0400, 586, 17, L"Intel x86, AMD K6"},
-      {0, L"AuthenticAMD", 5, 0x03FF, 586, 16, L"Intel x86, AMD K5"},
-      {0, L"AuthenticAMD", 6, 0, 586, 18, L"Intel x86, Athlon"},
-      {0, L"AuthenticAMD", 15, 0, 586, 19, L"Intel x86, AMD Unknown"},
-      {0, L"CyrixInstead", 15, 0, 586, 15, L"Intel x86, Intel Unknown"},
-      {0, L"GenuineIntel", 15, 0x0300, 586, 9, L"Intel x86, Pentium 4"},
-      {0, L"GenuineIntel", 0x010F, 0x0300, 586, 0, L"Intel x86, Intel 386"},
-      {0, L"GenuineIntel", 4, 0x0300, 586, 15, L"Intel x86, Intel Unknown"},
-      {0, L"GenuineIntel", 6, 0x0300, 586, 0, L"Intel x86, Intel 386"},
-      {0, L"GenuineIntel", 6, 0x0400, 586, 1, L"Intel x86, Intel 486"},
-      {0, L"GenuineIntel", 5, 0x0500, 586, 2, L"Intel x86, Pentium"},
-      {0, L"GenuineIntel", 6, 0x0600, 586, 5, L"Intel x86, Pentium 2"},
-      {0, L"GenuineIntel", 6, 0x0700, 586, 7, L"Intel x86, Pentium 3"},
-      {0, L"GenuineIntel", 6, 0x0F02, 586, 13, L"Intel x86, Intel Core 2"},
-      {0, L"GenuineIntel", 6, 0x1702, 586, 13, L"Intel x86, Intel Core 2"},
-      {0, L"GenuineIntel", 6, 0x0800, 586, 15, L"Intel x86, Intel Unknown"},
-      {9, L"AuthenticAMD", 15, 0, 8664, 1, L"AMD64, Athlon 64"},
-      {9, L"AuthenticAMD", 25, 0, 8664, 3, L"AMD64, AMD64 Unknown"},
-      {9, L"GenuineIntel", 15, 0x0400, 8664, 6, L"AMD64, Intel64 Pentium 4"},
-      {9, L"GenuineIntel", 15, 0x0600, 8664, 9, L"AMD64, Intel64 Pentium D"},
-      {9, L"GenuineIntel", 15, 0x0500, 8664, 11, L"AMD64, Intel64 Unknown"},
-      {9, L"GenuineIntel", 0x010F, 0x0400, 8664, 11, L"AMD64, Intel64 Unknown"},
-      {9, L"GenuineIntel", 6, 0x5507, 8664, 11, L"AMD64, Intel64 Unknown"},
-      {9, L"CentaurHauls", 15, 0x0400, 8664, 3, L"AMD64, AMD64 Unknown"},
-      {6, L"GenuineIntel", 0, 0, 2200, 0, L"Intel Itanium, Intel Itanium"},
-      {6, L"GenuineIntel", 0, 0, 2201, 1, L"Intel Itanium, Itanium Unknown"},
-      {6, L"AuthenticAMD", 0, 0, 2200, 65535, L"Intel Itanium, Itanium Unknown"},
-      {1, L"", 3, 0, 0, 0, L"SGI MIPS, R3000"},
-      {1, L"", 4, 0, 0, 1, L"SGI MIPS, R4000"},
-      {1, L"", 5, 0, 0, 2, L"SGI MIPS, R5000"},
-      {1, L"", 0x0105, 0, 0, 3, L"SGI MIPS, MIPS Unknown"},
-      {2, L"", 21064, 0, 0, 0, L"Alpha AXP, 21064"},
-      {2, L"", 21066, 0, 0, 1, L"Alpha AXP, 21066"},
-      {2, L"", 21164, 0, 0, 2, L"Alpha AXP, 21164"},
-      {2, L"", 21264, 0, 0, 3, L"Alpha AXP, Alpha Unknown"},
-      {3, L"", 1, 0, 0, 0, L"PowerPC, 601"},
-      {3, L"", 3, 0, 0, 1, L"PowerPC, 603"},
-      {3, L"", 4, 0, 0, 2, L"PowerPC, 604"},
-      {3, L"", 6, 0, 0, 3, L"PowerPC, 603+"},
-      {3, L"", 9, 0, 0, 4, L"PowerPC, 604+"},
-      {3, L"", 20, 0, 0, 5, L"PowerPC, 620"},
-      {3, L"", 2, 0, 0, 6, L"PowerPC, PowerPC Unknown"},
-      {12, L"", 8, 0, 0, 65535, L"none, Unknown"},
+      {0, "AuthenticAMD", 5, 0x0400, 586, 17, L"Intel x86, AMD K6"},
+      {0, "AuthenticAMD", 5, 0x03FF, 586, 16, L"Intel x86, AMD K5"},
+      {0, "AuthenticAMD", 6, 0, 586, 18, L"Intel x86, Athlon"},
+      {0, "AuthenticAMD", 15, 0, 586, 19, L"Intel x86, AMD Unknown"},
+      {0, "CyrixInstead", 15, 0, 586, 15, L"Intel x86, Intel Unknown"},
+      {0, "GenuineIntel", 15, 0x0300, 586, 9, L"Intel x86, Pentium 4"},
+      {0, "GenuineIntel", 0x010F, 0x0300, 586, 0, L"Intel x86, Intel 386"},
+      {0, "GenuineIntel", 4, 0x0300, 586, 15, L"Intel x86, Intel Unknown"},
+      {0, "GenuineIntel", 6, 0x0300, 586, 0, L"Intel x86, Intel 386"},
+      {0, "GenuineIntel", 6, 0x0400, 586, 1, L"Intel x86, Intel 486"},
+      {0, "GenuineIntel", 5, 0x0500, 586, 2, L"Intel x86, Pentium"},
+      {0, "GenuineIntel", 6, 0x0600, 586, 5, L"Intel x86, Pentium 2"},
+      {0, "GenuineIntel", 6, 0x0700, 586, 7, L"Intel x86, Pentium 3"},
+      {0, "GenuineIntel", 6, 0x0F02, 586, 13, L"Intel x86, Intel Core 2"},
+      {0, "GenuineIntel", 6, 0x1702, 586, 13, L"Intel x86, Intel Core 2"},
+      {0, "GenuineIntel", 6, 0x0800, 586, 15, L"Intel x86, Intel Unknown"},
+      {9, "AuthenticAMD", 15, 0, 8664, 1, L"AMD64, Athlon 64"},
+      {9, "AuthenticAMD", 25, 0, 8664, 3, L"AMD64, AMD64 Unknown"},
+      {9, "GenuineIntel", 15, 0x0400, 8664, 6, L"AMD64, Intel64 Pentium 4"},
+      {9, "GenuineIntel", 15, 0x0600, 8664, 9, L"AMD64, Intel64 Pentium D"},
+      {9, "GenuineIntel", 15, 0x0500, 8664, 11, L"AMD64, Intel64 Unknown"},
+      {9, "GenuineIntel", 0x010F, 0x0400, 8664, 11, L"AMD64, Intel64 Unknown"},
+      {9, "GenuineIntel", 6, 0x5507, 8664, 11, L"AMD64, Intel64 Unknown"},
+      {9, "CentaurHauls", 15, 0x0400, 8664, 3, L"AMD64, AMD64 Unknown"},
+      {6, "GenuineIntel", 0, 0, 2200, 0, L"Intel Itanium, Intel Itanium"},
+      {6, "GenuineIntel", 0, 0, 2201, 1, L"Intel Itanium, Itanium Unknown"},
+      {6, "AuthenticAMD", 0, 0, 2200, 65535, L"Intel Itanium, Itanium Unknown"},
+      {1, "", 3, 0, 0, 0, L"SGI MIPS, R3000"},
+      {1, "", 4, 0, 0, 1, L"SGI MIPS, R4000"},
+      {1, "", 5, 0, 0, 2, L"SGI MIPS, R5000"},
+      {1, "", 0x0105, 0, 0, 3, L"SGI MIPS, MIPS Unknown"},
+      {2, "", 21064, 0, 0, 0, L"Alpha AXP, 21064"},
+      {2, "", 21066, 0, 0, 1, L"Alpha AXP, 21066"},
+      {2, "", 21164, 0, 0, 2, L"Alpha AXP, 21164"},
+      {2, "", 21264, 0, 0, 3, L"Alpha AXP, Alpha Unknown"},
+      {3, "", 1, 0, 0, 0, L"PowerPC, 601"},
+      {3, "", 3, 0, 0, 1, L"PowerPC, 603"},
+      {3, "", 4, 0, 0, 2, L"PowerPC, 604"},
+      {3, "", 6, 0, 0, 3, L"PowerPC, 603+"},
+      {3, "", 9, 0, 0, 4, L"PowerPC, 604+"},
+      {3, "", 20, 0, 0, 5, L"PowerPC, 620"},
+      {3, "", 2, 0, 0, 6, L"PowerPC, PowerPC Unknown"},
+      {12, "", 8, 0, 0, 65535, L"none, Unknown"},
   };
   for (const auto& row : rows) {
-    ASSERT_TRUE(registry.SetStringValue(L"VendorIdentifier", row.vendor));
     SYSTEM_INFO figures{};
     figures.wProcessorArchitecture = row.architecture;
     figures.wProcessorLevel = row.level;
     figures.wProcessorRevision = row.revision;
     figures.dwProcessorType = row.type;
     figures.dwNumberOfProcessors = 96;
-    MachineOverride machine;
-    machine.setProcessor(figures);
-    const MSystemInfo info;
+    const MSystemInfo info =
+        processor(figures, {.name = {}, .vendor = row.vendor, .identifier = {}});
     const wchar_t* const type = info.GET_PROCESSOR_STRING();
     EXPECT_EQ((type ? type : L"none") + std::wstring(L", ") + info.GET_PROCESSOR_LEVEL_STRING(),
               row.text);
@@ -269,20 +263,15 @@ TEST_F(Processors, EveryLevelOfEveryArchitecture) {
   }
 }
 
-TEST_F(Processors, NamesComeFromTheRegistryElseFromTheType) {
-  ASSERT_TRUE(registry.SetStringValue(L"ProcessorNameString", L"   Part  Cutter(R)    3000 \t"));
-  ASSERT_TRUE(registry.SetStringValue(L"Identifier", L"Family 6"));
-  EXPECT_EQ(MSystemInfo().GET_PROCESSOR_STRING2(), CStringW(L"Part Cutter(R) 3000"));
-  EXPECT_EQ(MSystemInfo().GET_PROCESSOR_STRING3(), CStringW(L"Part Cutter(R) 3000 Family 6"));
-  ASSERT_TRUE(registry.SetStringValue(L"ProcessorNameString", L"  "));
-  MachineOverride machine;
+TEST(Processors, NamesComeFromTheRegistryElseFromTheType) {
   SYSTEM_INFO figures{};
   figures.wProcessorArchitecture = 9;
-  machine.setProcessor(figures);
-  EXPECT_EQ(MSystemInfo().GET_PROCESSOR_STRING2(), CStringW(L"AMD64"));
+  const MSystemInfo cutter = processor(figures, {"   Part  Cutter(R)    3000 \t", "", "Family 6"});
+  EXPECT_EQ(cutter.GET_PROCESSOR_STRING2(), CStringW(L"Part Cutter(R) 3000"));
+  EXPECT_EQ(cutter.GET_PROCESSOR_STRING3(), CStringW(L"Part Cutter(R) 3000 Family 6"));
+  EXPECT_EQ(processor(figures, {"  ", "", ""}).GET_PROCESSOR_STRING2(), CStringW(L"AMD64"));
   figures.wProcessorArchitecture = 77;
-  machine.setProcessor(figures);
-  EXPECT_EQ(MSystemInfo().GET_PROCESSOR_STRING2(), CStringW());
+  EXPECT_EQ(processor(figures, {"", "", ""}).GET_PROCESSOR_STRING2(), CStringW());
 }
 
 // --- the real figures ----------------------------------------------------------------------------
@@ -388,8 +377,8 @@ class Display {
     m_process = fork();
     if (m_process == 0) {
       const std::string number = std::to_string(ends[1]);
-      execlp("Xvfb", "Xvfb", "-displayfd", number.c_str(), "-screen", "0", screen, "-nolisten",
-             "tcp", nullptr);
+      execlp("Xvfb", "Xvfb", "-displayfd", number.c_str(), "-noreset", "-screen", "0", screen,
+             "-nolisten", "tcp", nullptr);
       _exit(127);
     }
     close(ends[1]);

@@ -65,6 +65,7 @@ constexpr const char* kFooter =
 
 void AddSys(CLI::App& app, Session& session) {
   const auto arguments = std::make_shared<Arguments>();
+  app.require_subcommand(0);
   app.footer(kFooter);
   app.add_option("FOLDER", arguments->folder,
                  "Whose disk is looked at; without it the current one");

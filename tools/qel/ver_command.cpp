@@ -173,6 +173,7 @@ exit code is 1 if a file has no version, or with --newer-than an older or the sa
 
 void AddVer(CLI::App& ver, Session& session) {
   const auto arguments = std::make_shared<Arguments>();
+  ver.require_subcommand(0);
   ver.footer(kFooter);
   ver.add_option("FILE", arguments->files, "Programs and libraries")->required();
   ver.add_option(

@@ -24,6 +24,7 @@ namespace qel::sys {
 struct MachineFacts {
   std::optional<SystemFigures> system;
   std::optional<SYSTEM_INFO> processor;
+  std::optional<ProcessorTexts> texts;
   std::optional<MEMORYSTATUSEX> memory;
   std::optional<DiskFigures> disk;
   std::optional<ScreenFigures> screen;
@@ -191,6 +192,11 @@ void GetSystemInfo(SYSTEM_INFO* info) {
   info->wProcessorRevision = static_cast<WORD>(processor.model << 8 | processor.stepping);
 }
 
+ProcessorTexts CurrentProcessorTexts() {
+  const auto set = overridden(&MachineFacts::texts);
+  return set ? *set : ReadProcessor();
+}
+
 // --- memory and disks ----------------------------------------------------------------------------
 
 BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX* status) {
@@ -291,6 +297,11 @@ MachineOverride& MachineOverride::setSystem(const SystemFigures& system) {
 
 MachineOverride& MachineOverride::setProcessor(const SYSTEM_INFO& info) {
   set(*m_facts, &MachineFacts::processor, info);
+  return *this;
+}
+
+MachineOverride& MachineOverride::setProcessorTexts(const ProcessorTexts& texts) {
+  set(*m_facts, &MachineFacts::texts, texts);
   return *this;
 }
 

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "qelbase/export.h"
 #include "qelbase/outside/system/types.h"
@@ -166,6 +167,13 @@ struct SystemFigures {
   std::optional<DWORD> product;  // of GetProductInfo; without, it fails
 };
 
+// What the registry's keys of processors say, in UTF-8.
+struct ProcessorTexts {
+  std::string name;        // as the processor calls itself, with its blanks
+  std::string vendor;      // "GenuineIntel"
+  std::string identifier;  // "Intel64 Family 6 Model 85 Stepping 7"
+};
+
 struct MachineFacts;
 
 // While it lives, the calls tell what was set on it, to all threads; the others tell of the
@@ -179,6 +187,8 @@ class QELBASE_API MachineOverride {
 
   MachineOverride& setSystem(const SystemFigures& system);
   MachineOverride& setProcessor(const SYSTEM_INFO& info);
+  // In a registry that is opened from now on.
+  MachineOverride& setProcessorTexts(const ProcessorTexts& texts);
   MachineOverride& setMemory(const MEMORYSTATUSEX& status);  // dwLength is not looked at
   MachineOverride& setDisk(const DiskFigures& figures);      // of every folder
   MachineOverride& setScreen(const ScreenFigures& figures);

@@ -9,18 +9,16 @@
 
 namespace qel::sys {
 
-struct ProcessorFacts {
-  std::string name;        // as the processor calls itself, with its blanks
-  std::string vendor;      // "GenuineIntel"
-  std::string identifier;  // "Intel64 Family 6 Model 85 Stepping 7"
+struct ProcessorFacts : ProcessorTexts {
   WORD family = 0;
   WORD model = 0;
   WORD stepping = 0;
 };
 
 [[nodiscard]] ProcessorFacts ReadProcessor();
-[[nodiscard]] std::uint32_t ReadProcessorSpeed();  // megahertz; 0 if the system does not tell
-[[nodiscard]] DWORD CountProcessors();             // that are online, one at least
+[[nodiscard]] ProcessorTexts CurrentProcessorTexts();  // of the override, else the processor's
+[[nodiscard]] std::uint32_t ReadProcessorSpeed();      // megahertz; 0 if the system does not tell
+[[nodiscard]] DWORD CountProcessors();                 // that are online, one at least
 
 // By /proc and /sys/fs/cgroup below `root` (empty: the machine's own).
 [[nodiscard]] MEMORYSTATUSEX ReadMemory(const std::string& root);

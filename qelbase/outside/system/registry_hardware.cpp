@@ -25,7 +25,7 @@ void insertValue(Connection& connection, KeyId key, const std::wstring& name, DW
 }  // namespace
 
 void FillHardware(Connection& connection) {
-  const ProcessorFacts processor = ReadProcessor();
+  const ProcessorTexts processor = CurrentProcessorTexts();
   std::string speed(4, '\0');
   const std::uint32_t megahertz = ReadProcessorSpeed();
   for (int i = 0; i < 4; ++i) speed[static_cast<std::size_t>(i)] = char(megahertz >> (8 * i));
