@@ -63,15 +63,15 @@ BYTE conditionOf(ULONGLONG mask, DWORD member) {
 bool fits(std::strong_ordering order, BYTE condition) {
   switch (condition) {
     case VER_EQUAL:
-      return order == 0;
+      return std::is_eq(order);
     case VER_GREATER:
-      return order > 0;
+      return std::is_gt(order);
     case VER_GREATER_EQUAL:
-      return order >= 0;
+      return std::is_gteq(order);
     case VER_LESS:
-      return order < 0;
+      return std::is_lt(order);
     case VER_LESS_EQUAL:
-      return order <= 0;
+      return std::is_lteq(order);
     default:
       return false;
   }
@@ -91,7 +91,7 @@ bool versionFits(const SystemFigures& system, const OSVERSIONINFOEXW& wanted, DW
   for (const auto& place : places) {
     if ((members & place.member) == 0) continue;
     if (condition == 0) condition = conditionOf(conditions, place.member);
-    if (order == 0) order = place.own <=> place.wanted;
+    if (std::is_eq(order)) order = place.own <=> place.wanted;
   }
   return fits(order, condition);
 }

@@ -66,7 +66,8 @@ struct Limit {
 void applyGroups(const std::string& root, const GroupFiles& files, std::string group,
                  Limit& limit) {
   while (true) {
-    const std::string folder = root + files.folder + group;
+    std::string folder = root;
+    folder.append(files.folder).append(group);
     const std::uint64_t total = readLimit(folder + files.limit, kUnlimited);
     if (total != kUnlimited) {
       const std::uint64_t used = readLimit(folder + files.usage, 0);

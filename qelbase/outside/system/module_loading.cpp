@@ -46,7 +46,8 @@ std::vector<std::string> fileNames(const std::string& name) {
 
 std::string fileIn(const std::string& folder, const std::string& name) {
   for (const std::string& candidate : fileNames(name)) {
-    std::string native = folder + "/" + candidate;
+    std::string native = folder;
+    native += "/" + candidate;
     if (isFile(native)) return native;
   }
   return {};
