@@ -1,0 +1,1 @@
+set(damaged_copies 100000)
