@@ -16,6 +16,10 @@
 #include <unordered_map>
 #include <vector>
 
+#ifdef __SANITIZE_THREAD__
+#include <sanitizer/tsan_interface.h>
+#endif
+
 #include "qelbase/outside/system/registry_sequence_internal.h"
 
 namespace qel::sys::registry {
@@ -79,6 +83,10 @@ class Statement {
 // Such a lock knows the thread that has it by the system's number, which is another in a child.
 inline void UnlockAfterFork(std::shared_mutex& mutex, bool in_child) {
   if (in_child) {
+#ifdef __SANITIZE_THREAD__
+    __tsan_mutex_pre_unlock(&mutex, 0);
+    __tsan_mutex_post_unlock(&mutex, 0);
+#endif
     std::construct_at(&mutex);
   } else {
     mutex.unlock();
