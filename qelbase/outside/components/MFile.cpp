@@ -380,7 +380,8 @@ bool MFile::_FillWindow(std::size_t wanted) {
 }
 
 std::size_t MFile::_ThroughSize() const {
-  return std::min(m_capacity, through_size);
+  // A copy: taken by reference it is a symbol, and the loader keeps a library with such ones.
+  return std::min(m_capacity, std::size_t{through_size});
 }
 
 // --- Transfers ---
