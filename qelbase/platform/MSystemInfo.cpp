@@ -15,12 +15,18 @@ namespace system_info = qel::system_info;
 
 namespace {
 
+QelSDK::Common::Logging::ILogger& GetLibraryLogger() {
+  static QelSDK::Common::Logging::ILogger& logger =
+      QelSDK::Common::Logging::GetLogger(L"lib.qelbase");
+  return logger;
+}
+
 template <typename... Pieces>
 void log(const wchar_t* place, const Pieces&... pieces) {
   QelSDK::Common::Logging::LogMessage line;
   line << L"In MSystemInfo::" << place << L"() : ";
   (line << ... << pieces);
-  QelSDK::Common::Logging::GetLogger(L"lib.qelbase").LogFailure(line);
+  GetLibraryLogger().LogFailure(line);
 }
 
 // --- the system ----------------------------------------------------------------------------------

@@ -137,11 +137,17 @@ bool MVersionInfo::operator>(const MVersionInfo& other) const {
 
 namespace {
 
+QelSDK::Common::Logging::ILogger& GetLibraryLogger() {
+  static QelSDK::Common::Logging::ILogger& logger =
+      QelSDK::Common::Logging::GetLogger(L"lib.qelbase");
+  return logger;
+}
+
 template <typename... Pieces>
 bool fail(const Pieces&... pieces) {
   QelSDK::Common::Logging::LogMessage line(L"In MVersionInfoDLL::GET_VERSION_INFO() : ");
   (line << ... << pieces);
-  QelSDK::Common::Logging::GetLogger(L"lib.qelbase").LogFailure(line);
+  GetLibraryLogger().LogFailure(line);
   return false;
 }
 
