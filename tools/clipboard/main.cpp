@@ -103,7 +103,9 @@ class Owner {
   void answer(const xcb_selection_request_event_t& request) {
     // Old programs name no property.
     xcb_atom_t property = request.property != XCB_ATOM_NONE ? request.property : request.target;
-    const bool is_of_now = request.time == XCB_CURRENT_TIME || request.time >= m_since;
+    // The server's milliseconds start again at 0 after 49 days.
+    const bool is_of_now =
+        request.time == XCB_CURRENT_TIME || static_cast<std::int32_t>(request.time - m_since) >= 0;
     if (request.selection != m_clipboard || !is_of_now ||
         !give(request.requestor, request.target, property)) {
       property = XCB_ATOM_NONE;
