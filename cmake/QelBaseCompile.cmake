@@ -6,7 +6,7 @@ target_compile_definitions(qelbase_compile INTERFACE _FILE_OFFSET_BITS=64)
 target_compile_options(
   qelbase_compile
   INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
-            -Woverloaded-virtual -Werror
+            -Woverloaded-virtual $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
             # A call inside the library is a plain call, which may be inlined.
             -fno-semantic-interposition
             # The same bits from floating-point code at every optimisation level.

@@ -66,6 +66,16 @@ bool HasArchive(const CStringW& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_ARCHIVE) != 0;
 }
 
+// Takes "_" and so many digits off the end.
+bool TakeNumber(std::wstring_view& text, std::size_t least, std::size_t most) {
+  const std::size_t bar = text.rfind(L'_');
+  if (bar == text.npos) return false;
+  const std::wstring_view digits = text.substr(bar + 1);
+  text.remove_suffix(text.size() - bar);
+  return digits.size() >= least && digits.size() <= most &&
+         digits.find_first_not_of(L"0123456789") == digits.npos;
+}
+
 }  // namespace
 
 MTempCleaner::MTempCleaner(const wchar_t* name, const MFileName* file) : m_entry_name(name) {
@@ -171,13 +181,25 @@ std::int32_t MTempCleaner::_SetTmpPath(const wchar_t* path, bool tmp) {
   return 1;
 }
 
+std::optional<std::wstring> MTempCleaner::EntryNameOf(std::wstring_view folder) {
+  constexpr std::size_t most_digits = 10;  // of a 32-bit number
+  bool is_run = TakeNumber(folder, 1, most_digits);
+  for (int part = 0; part < 3; ++part) is_run = is_run && TakeNumber(folder, 2, 2);
+  return is_run ? std::optional<std::wstring>(folder) : std::nullopt;
+}
+
+std::int32_t MTempCleaner::DeleteDeadRun(const wchar_t* path) {
+  MFolderLocker probe;
+  return path ? qel::paths::DeleteRunFolder(path, probe) : -1;
+}
+
 std::int32_t MTempCleaner::_DeletePath(const wchar_t* path, const wchar_t* pattern) {
   return _DoOperationOnPath(OPERATION_DELETE, path, pattern);
 }
 
 // Without an entry name every name answers to the pattern.
 bool MTempCleaner::_IsOurs(const wchar_t* entry) const {
-  return !m_entry_name.IsEmpty() || qel::paths::EntryNameOf(entry) == L"";
+  return !m_entry_name.IsEmpty() || EntryNameOf(entry) == L"";
 }
 
 std::int32_t MTempCleaner::_DoOperationOnPath(EPathOperation operation, const wchar_t* path,

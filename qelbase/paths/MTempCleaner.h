@@ -2,6 +2,9 @@
 // A private temporary folder for each run of a program.
 
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "qelbase/export.h"
 #include "qelbase/outside/framework/CString.h"
@@ -56,6 +59,14 @@ class QELBASE_API MTempCleaner {
   // Folders below the root whose names begin with the entry name, this run's own among them. 0 if
   // not active, -1 if the root can't be listed.
   std::int32_t EnumerateRootTempFolders();
+
+  // For programs that tidy up between runs. The entry name of a run's folder, "abc" of
+  // "abc_14_05_09_1"; nothing for another name.
+  [[nodiscard]] static std::optional<std::wstring> EntryNameOf(std::wstring_view folder);
+  // Deletes the folder of a dead run with all its content. 0, or how many files could not be
+  // deleted; -1 if a run holds the folder, or it is no folder of this user's, and nothing was
+  // touched.
+  [[nodiscard]] static std::int32_t DeleteDeadRun(const wchar_t* path);
 
  protected:
   enum EPathOperation { OPERATION_DELETE = 0, OPERATION_COUNT = 1 };

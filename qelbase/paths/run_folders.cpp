@@ -47,6 +47,11 @@ bool IsLink(const std::string& native) {
   return Calls().lstat(native.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+bool IsOwnFolder(const wchar_t* path) {
+  struct stat status {};
+  return LinkStatus(path, status) && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+}
+
 // The content of one folder whose lock is held, without the lock file and the folder itself. Runs
 // that live further down keep what is theirs.
 class Sweep {
@@ -115,33 +120,11 @@ class Sweep {
   std::int32_t m_stayed = 0;
 };
 
-// Takes "_" and so many digits off the end.
-bool TakeNumber(std::wstring_view& text, std::size_t least, std::size_t most) {
-  const std::size_t bar = text.rfind(L'_');
-  if (bar == text.npos) return false;
-  const std::wstring_view digits = text.substr(bar + 1);
-  text.remove_suffix(text.size() - bar);
-  return digits.size() >= least && digits.size() <= most &&
-         digits.find_first_not_of(L"0123456789") == digits.npos;
-}
-
 }  // namespace
-
-std::optional<std::wstring> EntryNameOf(std::wstring_view folder) {
-  constexpr std::size_t most_digits = 10;  // of a 32-bit number
-  bool is_run = TakeNumber(folder, 1, most_digits);
-  for (int part = 0; part < 3; ++part) is_run = is_run && TakeNumber(folder, 2, 2);
-  return is_run ? std::optional<std::wstring>(folder) : std::nullopt;
-}
 
 bool IsOwn(const wchar_t* path) {
   struct stat status {};
   return LinkStatus(path, status) && status.st_uid == geteuid();
-}
-
-bool IsOwnFolder(const wchar_t* path) {
-  struct stat status {};
-  return LinkStatus(path, status) && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
 std::int32_t DeleteRunFolder(const wchar_t* path, MFolderLocker& probe) {

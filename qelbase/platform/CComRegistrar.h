@@ -24,6 +24,7 @@ class QELBASE_API CComRegistrar : public CStringArray {
     paramEnd,             // ends a list
   };
 
+  // One line of a list of parameters, which ends with paramEnd.
   struct ParamInit {
     REGPARAM number;
     const wchar_t* text;  // null is empty

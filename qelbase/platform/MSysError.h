@@ -23,6 +23,7 @@ struct QELBASE_API MSysError {
   static bool Fill(wchar_t* buffer, std::uint64_t size, unsigned long code);
 };
 
+// The same texts, in a string.
 class QELBASE_API MSysErrorCode {
  public:
   // Puts the text of a code, or what stands in for it, into `text`, and returns that.

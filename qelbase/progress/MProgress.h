@@ -207,7 +207,7 @@ class QELBASE_API MProgress : private StdBase::LocalLocking {
 
  private:
   friend class MProgressManager;
-  void StepBy(const double& amount);
+  inline void StepBy(const double& amount);  // in MProgress.cpp
   void SetQuietBelow();
   // The figure that this scope shows when the one nested in it is at `percent`.
   long FigureFromChild(long percent) const;

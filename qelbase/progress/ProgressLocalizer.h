@@ -7,6 +7,7 @@
 
 namespace QelBase {
 
+// From the keys of steps to what users read.
 class QELBASE_API ProgressLocalizer {
  public:
   // The text of a step's key, such as "QelSDK.Triangles.Data.MStlFileIO._SaveStl". Some keys are

@@ -41,7 +41,7 @@ class QELBASE_API MTag {
 
   // Everything is copied but m_updated: a copy starts with false, a target keeps its own.
   MTag(const MTag& other) : m_updated(false) { *this = other; }
-  MTag& operator=(const MTag& other);
+  inline MTag& operator=(const MTag& other);
 
   // Names and major versions are equal. Names compare byte by byte up to the zero.
   bool operator==(const MTag& other) const;

@@ -30,6 +30,7 @@ class QELBASE_API CMapStringIToPtr : public CMapStringToPtr {
   void GetNextAssoc(POSITION& position, CStringW& key, void*& value) const;
 };
 
+// Texts.
 class QELBASE_API CMapStringIToString : private CMapStringToString {
  public:
   explicit CMapStringIToString(std::uint16_t block_size = 10);

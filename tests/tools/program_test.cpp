@@ -12,7 +12,7 @@ namespace {
 
 TEST(Completion, KnowsCommandsOptionsAndFiles) {
   const Tool tool;
-  tool.write("qel.bash", tool.runProgram({QEL_PROGRAM, "--generate-completion"}).out);
+  tool.write("qel.bash", tool.runProgram({QEL_PROGRAM, "--generate-completion", "bash"}).out);
   tool.write("recent part.abc", "");
   const auto complete = [&](const std::string& words) {
     const std::string script = "source ./qel.bash; compopt() { :; }; COMP_WORDS=(" + words +
@@ -24,6 +24,8 @@ TEST(Completion, KnowsCommandsOptionsAndFiles) {
   EXPECT_EQ(complete("qel tag re"), "recover\n");
   EXPECT_EQ(complete("qel tag recover --ba"), "--backup\n");
   EXPECT_EQ(complete("qel tag ls rec"), "recent part.abc\n");
+  EXPECT_EQ(complete("qel sum rec"), "recent part.abc\n");
+  EXPECT_EQ(complete("qel sum 'recent part.abc' --sh"), "--sha1\n");
 }
 
 TEST(Manual, TellsEveryCommandOfASubsystem) {

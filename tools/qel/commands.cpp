@@ -36,8 +36,8 @@ bool Generate(const CLI::App& app, const std::vector<std::string_view>& words, S
     session.Print(ManualPage(app, words[1]));
     return true;
   }
-  if (words.size() == 1 && words[0] == "--generate-completion") {
-    session.Print(BashCompletion(app));
+  if (words.size() == 2 && words[0] == "--generate-completion") {
+    session.Print(words[1] == "zsh" ? ZshCompletion(app) : BashCompletion(app));
     return true;
   }
   return false;
@@ -72,7 +72,7 @@ const std::vector<Subsystem>& Subsystems() {
 
 int RunTool(int argc, const char* const* argv) {
   Session session("qel");
-  CLI::App app("Looks at and changes what the library keeps on the disk.", "qel");
+  CLI::App app("Look at and change what the library keeps on the disk", "qel");
   AddSubsystems(app, session);
   if (!Generate(app, {argv + std::min(argc, 1), argv + argc}, session)) {
     ParseAndRun(app, argc, argv, session);

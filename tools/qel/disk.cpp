@@ -111,6 +111,11 @@ bool IsRegularFile(const std::string& native) {
   return sys::Calls().stat(native.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
+bool IsOwn(const std::string& native) {
+  struct stat status {};
+  return sys::Calls().lstat(native.c_str(), &status) == 0 && status.st_uid == ::geteuid();
+}
+
 std::unique_ptr<MFile> OpenForReading(const std::string& native) {
   struct stat status {};
   if (sys::Calls().stat(native.c_str(), &status) != 0) throw Trouble(native, ErrnoText(errno));

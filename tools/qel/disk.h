@@ -21,6 +21,8 @@ std::string CodeText(std::uint32_t code);
 std::wstring LibraryName(const std::string& native);
 bool Exists(const std::string& native);
 bool IsRegularFile(const std::string& native);
+// Whether what stands under the name belongs to this user; a link counts itself.
+bool IsOwn(const std::string& native);
 
 // Opens a regular file for reading; a folder, a pipe or a device is turned down.
 std::unique_ptr<MFile> OpenForReading(const std::string& native);

@@ -51,6 +51,12 @@ std::string Paragraphs(const std::string& text) {
   return page + (example ? ".fi\n" : "");
 }
 
+// What the command adds to the text that it has from the one above it.
+std::string OwnFooter(const CLI::App& command) {
+  const CLI::App* above = command.get_parent();
+  return above && above->get_footer() == command.get_footer() ? "" : command.get_footer();
+}
+
 std::string ValueOf(const CLI::Option& option) {
   return option.get_expected_min() == 0 ? "" : option.get_type_name();
 }
@@ -71,8 +77,17 @@ std::string Synopsis(const std::string& words, const CLI::App& command) {
   return line + rest + "\n";
 }
 
+// "-h, --help".
+std::string NamesOf(const CLI::Option& option) {
+  std::string names = option.get_name(option.get_positional(), true);
+  for (std::size_t comma = 0; (comma = names.find(',', comma)) != names.npos; ++comma) {
+    names.insert(comma + 1, " ");
+  }
+  return names;
+}
+
 std::string OptionItem(const CLI::Option& option) {
-  std::string item = ".TP\n\\fB" + Roff(option.get_name(option.get_positional(), true)) + "\\fR";
+  std::string item = ".TP\n\\fB" + Roff(NamesOf(option)) + "\\fR";
   if (!option.get_positional() && !ValueOf(option).empty()) {
     item += " \\fI" + Roff(ValueOf(option)) + "\\fR";
   }
@@ -87,7 +102,7 @@ std::string OptionItems(const CLI::App& command) {
 
 std::string CommandText(const std::string& words, const CLI::App& command) {
   return ".SS " + Roff(words) + "\n" + Synopsis(words, command) + ".PP\n" +
-         Roff(command.get_description()) + ".\n" + Paragraphs(command.get_footer()) +
+         Roff(command.get_description()) + ".\n" + Paragraphs(OwnFooter(command)) +
          OptionItems(command);
 }
 
@@ -105,10 +120,11 @@ std::string SubsystemPage(const CLI::App& app, const CLI::App& subsystem) {
   page += ".SH SYNOPSIS\n";
   const auto commands = CommandsOf(subsystem);
   for (const CLI::App* command : commands) {
-    page += Synopsis(words + " " + command->get_name(), *command) + ".br\n";
+    if (command != commands.front()) page += ".br\n";
+    page += Synopsis(words + " " + command->get_name(), *command);
   }
   if (commands.empty()) page += Synopsis(words, subsystem);
-  page += ".SH DESCRIPTION\n" + Paragraphs(subsystem.get_footer());
+  page += ".SH DESCRIPTION\n" + Paragraphs(OwnFooter(subsystem));
   page += commands.empty() ? ".SH OPTIONS\n" + OptionItems(subsystem) : ".SH COMMANDS\n";
   for (const CLI::App* command : commands) page += CommandText(command->get_name(), *command);
   return page + ".SH EXIT STATUS\n" + Paragraphs(app.get_footer()) + ".SH SEE ALSO\n.BR qel (1)\n";
@@ -130,18 +146,26 @@ std::string MainPage(const CLI::App& app) {
          Paragraphs(app.get_footer()) + ".SH SEE ALSO\n" + others;
 }
 
-// "tag ls) words="--json --hex" ;;" for each command.
+// `"tag ls"*) choices="--json --hex" files=yes ;;` for each command; the longer ones first.
 void AddCompletionCases(const CLI::App& app, const std::string& words, std::string& cases) {
   std::string choices;
-  for (const CLI::App* command : CommandsOf(app)) choices += command->get_name() + " ";
+  for (const CLI::App* command : CommandsOf(app)) {
+    choices += command->get_name() + " ";
+    AddCompletionCases(*command, words + (words.empty() ? "" : " ") + command->get_name(), cases);
+  }
+  const bool takes_files = choices.empty();
   for (const CLI::Option* option : OptionsOf(app)) {
     for (const std::string& name : option->get_snames()) choices += "-" + name + " ";
     for (const std::string& name : option->get_lnames()) choices += "--" + name + " ";
   }
-  cases += "    \"" + words + "\") words=\"" + choices + "\" ;;\n";
-  for (const CLI::App* command : CommandsOf(app)) {
-    AddCompletionCases(*command, words + (words.empty() ? "" : " ") + command->get_name(), cases);
-  }
+  cases += "    \"" + words + (takes_files ? "\"*" : "\"") + ") choices=\"" + choices + "\"" +
+           (takes_files ? " files=yes" : "") + " ;;\n";
+}
+
+std::string CompletionCases(const CLI::App& app) {
+  std::string cases;
+  AddCompletionCases(app, "", cases);
+  return "  case $command in\n" + cases + "  esac\n";
 }
 
 }  // namespace
@@ -155,25 +179,39 @@ std::string ManualPage(const CLI::App& app, std::string_view page) {
 }
 
 std::string BashCompletion(const CLI::App& app) {
-  std::string cases;
-  AddCompletionCases(app, "", cases);
   return R"(# bash completion of qel
 _qel() {
-  local current=${COMP_WORDS[COMP_CWORD]} command= words= i
+  local current=${COMP_WORDS[COMP_CWORD]} command= choices= files= i
   for ((i = 1; i < COMP_CWORD && i < 3; i++)); do
     [[ ${COMP_WORDS[i]} == -* ]] || command+="${command:+ }${COMP_WORDS[i]}"
   done
-  case $command in
-)" + cases +
-         R"(  esac
-  if [[ $command == *\ * && $current != -* ]]; then
+)" + CompletionCases(app) +
+         R"(  if [[ $files && $current != -* ]]; then
     compopt -o filenames
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
   else
-    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current")
   fi
 }
 complete -F _qel qel
+)";
+}
+
+std::string ZshCompletion(const CLI::App& app) {
+  return R"(#compdef qel
+_qel() {
+  local current=$PREFIX command= choices= files= i
+  for ((i = 2; i < CURRENT && i < 4; i++)); do
+    [[ ${words[i]} == -* ]] || command+="${command:+ }${words[i]}"
+  done
+)" + CompletionCases(app) +
+         R"(  if [[ -n $files && $current != -* ]]; then
+    _files
+  else
+    compadd -- ${=choices}
+  fi
+}
+_qel "$@"
 )";
 }
 

@@ -12,8 +12,7 @@
 
 #include "qelbase/outside/system/handles.h"
 #include "qelbase/outside/system/names.h"
-#include "qelbase/paths/MFolderLocker.h"
-#include "qelbase/paths/run_folders_internal.h"
+#include "qelbase/paths/MTempCleaner.h"
 
 #include "commands.h"
 #include "disk.h"
@@ -58,11 +57,11 @@ bool IsHeld(const fs::path& file) {
 
 std::optional<RunFolder> Look(const fs::path& path) {
   const std::string name = path.filename();
-  const std::optional<std::wstring> entry = paths::EntryNameOf(sys::FromNative(name));
+  const std::optional<std::wstring> entry = MTempCleaner::EntryNameOf(sys::FromNative(name));
   std::error_code ignored;
   if (!entry || !fs::is_directory(fs::symlink_status(path, ignored))) return std::nullopt;
   const fs::path lock = path / kLockFile;
-  const bool is_own = paths::IsOwnFolder(LibraryName(path).c_str());
+  const bool is_own = IsOwn(path);
   return RunFolder{path, fs::path(*entry), FirstLine(lock), is_own, IsHeld(lock)};
 }
 
@@ -121,11 +120,10 @@ void List(Session& session, const Arguments& arguments) {
 
 // What a live run takes meanwhile is left alone: each folder's lock is taken first.
 void Sweep(Session& session, const Arguments& arguments) {
-  MFolderLocker probe;
   for (const RunFolder& run : FoldersIn(arguments.folder())) {
     if (!arguments.wants(run) || !run.is_own || run.is_held) continue;
     if (!arguments.dry_run) {
-      const std::int32_t stayed = paths::DeleteRunFolder(LibraryName(run.path).c_str(), probe);
+      const std::int32_t stayed = MTempCleaner::DeleteDeadRun(LibraryName(run.path).c_str());
       if (stayed < 0) continue;
       if (stayed > 0) session.Warn(run.path, Counted(stayed, "file") + " could not be deleted");
       if (stayed > 0) session.Raise(kFindings);

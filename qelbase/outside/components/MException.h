@@ -8,6 +8,7 @@
 // Thrown by value, caught as `const MException&`. A copy has the same code and the same table.
 class QELBASE_API MException {
  public:
+  // What one code is called; the texts live as long as the table.
   struct Row {
     std::uint32_t code;
     const wchar_t* name;

@@ -64,20 +64,20 @@ class QELBASE_API MFile {
   bool REWIND() { return SEEK(0, 0); }
 
   // As SEEK(bytes, 1), without a call inside the buffer.
-  bool SKIP(std::int64_t bytes);
+  inline bool SKIP(std::int64_t bytes);
 
   // Each gives the number of whole elements moved, 0 on failure. Four-byte values are little-endian
   // in the file on every machine.
-  std::size_t READ(char* data, std::size_t count);
-  std::size_t READ(unsigned char* data, std::size_t count);
-  std::size_t READ(std::int32_t* data, std::size_t count);
-  std::size_t WRITE(const char* data, std::size_t count);
-  std::size_t WRITE(const unsigned char* data, std::size_t count);
-  std::size_t WRITE(const std::int32_t* data, std::size_t count);
+  inline std::size_t READ(char* data, std::size_t count);
+  inline std::size_t READ(unsigned char* data, std::size_t count);
+  inline std::size_t READ(std::int32_t* data, std::size_t count);
+  inline std::size_t WRITE(const char* data, std::size_t count);
+  inline std::size_t WRITE(const unsigned char* data, std::size_t count);
+  inline std::size_t WRITE(const std::int32_t* data, std::size_t count);
 
   // Writes at another position and comes back: as TELL, SEEK, WRITE, SEEK, but without a call where
   // those bytes still wait in the buffer. True if all were written.
-  bool OVERWRITE(std::int64_t position, const void* data, std::size_t bytes);
+  inline bool OVERWRITE(std::int64_t position, const void* data, std::size_t bytes);
 
   // Copies from `source`'s position on to this file's position, moves both positions, and gives the
   // number of bytes copied: `bytes`, or less if the source ended or a transfer failed. In the
@@ -131,8 +131,8 @@ class QELBASE_API MFile {
   char m_no_buffer[1] = {};
   std::wstring m_name;
 
-  std::size_t _Read(void* data, std::size_t bytes);
-  std::size_t _Write(const void* data, std::size_t bytes);
+  inline std::size_t _Read(void* data, std::size_t bytes);
+  inline std::size_t _Write(const void* data, std::size_t bytes);
   bool _OverwriteElsewhere(std::int64_t position, const void* data, std::size_t bytes);
   std::size_t _ReadLongs(std::int32_t* data, std::size_t count);
   std::size_t _WriteLongs(const std::int32_t* data, std::size_t count);

@@ -83,6 +83,7 @@ class CArrayOf : public CObject {
   std::vector<Value> m_elements;
 };
 
+// Texts.
 class QELBASE_API CStringArray : public CArrayOf<CStringW, const wchar_t*> {
  public:
   CStringArray();
@@ -90,6 +91,7 @@ class QELBASE_API CStringArray : public CArrayOf<CStringW, const wchar_t*> {
   CRuntimeClass* GetRuntimeClass() const override;
 };
 
+// Words of 16 bits.
 class QELBASE_API CWordArray : public CArrayOf<WORD, WORD> {
  public:
   CWordArray();
@@ -97,6 +99,7 @@ class QELBASE_API CWordArray : public CArrayOf<WORD, WORD> {
   CRuntimeClass* GetRuntimeClass() const override;
 };
 
+// Bytes.
 class QELBASE_API CByteArray : public CArrayOf<BYTE, BYTE> {
  public:
   CByteArray();

@@ -101,6 +101,7 @@ class CMapStringTo : public CObject {
   std::intptr_t m_block_size;
 };
 
+// Pointers, which stay the caller's.
 class QELBASE_API CMapStringToPtr : public CMapStringTo<void*, void*> {
  public:
   using CMapStringTo::CMapStringTo;
@@ -108,6 +109,7 @@ class QELBASE_API CMapStringToPtr : public CMapStringTo<void*, void*> {
   ~CMapStringToPtr() override;
 };
 
+// Texts.
 class QELBASE_API CMapStringToString : public CMapStringTo<CStringW, const wchar_t*> {
  public:
   using CMapStringTo::CMapStringTo;

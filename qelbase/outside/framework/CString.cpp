@@ -382,5 +382,5 @@ bool CStringT<Char>::LoadStringW(HINSTANCE module, UINT id) {
   return true;
 }
 
-template class QELBASE_API CStringT<wchar_t>;
-template class QELBASE_API CStringT<char>;
+template class CStringT<wchar_t>;
+template class CStringT<char>;

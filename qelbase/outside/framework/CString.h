@@ -137,5 +137,8 @@ class QELBASE_API CStringT {
   Text m_text;
 };
 
+extern template class CStringT<wchar_t>;
+extern template class CStringT<char>;
+
 using CStringW = CStringT<wchar_t>;
 using CStringA = CStringT<char>;

@@ -153,6 +153,7 @@ struct ScreenFigures {
   int palette_size = 0;  // colours; 0 for a screen without a palette
 };
 
+// In bytes; `available` is what the user may still write, `free` includes what is kept for root.
 struct DiskFigures {
   ULONGLONG available;
   ULONGLONG total;

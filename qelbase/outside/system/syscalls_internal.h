@@ -12,8 +12,6 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "qelbase/export.h"
-
 struct statx;
 
 namespace qel::sys {
@@ -69,6 +67,6 @@ struct SystemCalls {
 };
 
 // The table in force. A test copies it, puts its own functions in, and puts the copy back.
-QELBASE_API SystemCalls& Calls();  // exported for this project's own tool
+SystemCalls& Calls();
 
 }  // namespace qel::sys
