@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <set>
 
 #include "qelbase/outside/framework/CArrays.h"
@@ -17,6 +18,7 @@
 #include "qelbase/outside/system/handles.h"
 #include "qelbase/outside/system/listings.h"
 #include "qelbase/outside/system/shell.h"
+#include "qelbase/outside/system/text.h"
 
 #include "tests/support/FaultyCalls.h"
 #include "tests/support/TempFolder.h"
@@ -198,6 +200,33 @@ TEST(Listings, ComeInOrderByPatternAndName) {
   EXPECT_EQ(list(folder.wide("b.txt/*")), Texts{L"3"});
   EXPECT_EQ(list(L""), Texts{L"3"});
   EXPECT_NE(list(L"C:\\*").front(), L".");
+}
+
+// Many names with long starts in common, in any case, in any script, as users have them.
+TEST(Listings, OrderOfManyNamesIsByCapitalsAndThenByCode) {
+  for (const std::string_view ending : {"", "\xC3\xA9", ":"}) {
+    std::mt19937 random(7);
+    std::set<std::string> names;
+    while (names.size() < 5000) {
+      std::string name(random() % 3 * 9, 'p');
+      for (auto left = random() % 12 + 1; left > 0; --left) name += "abAB_9."[random() % 7];
+      names.insert((name + "x").append(random() % 2 == 0 ? ending : ""));
+    }
+    EntryList entries;
+    for (const std::string& name : names) entries.add({name, false, false});
+    entries.sort();
+    const auto key = [](const std::wstring& name) {
+      std::wstring upper = name;
+      for (wchar_t& c : upper) c = ToUpper(c);
+      return std::pair(upper, name);
+    };
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      EXPECT_EQ(names.erase(std::string(entries[i].native)), 1);
+      const bool follows = i == 0 || key(entries[i - 1].name()) < key(entries[i].name());
+      EXPECT_TRUE(follows) << entries[i].native;
+    }
+    EXPECT_TRUE(names.empty());
+  }
 }
 
 TEST(Listings, TellKindSizeAndTimes) {

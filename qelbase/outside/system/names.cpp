@@ -174,10 +174,6 @@ void appendWide(std::string_view native, MustCarry must_carry, std::wstring& out
 
 // --- to native ---------------------------------------------------------------------------------
 
-bool isDots(std::string_view name) {
-  return name == "." || name == "..";
-}
-
 // A native name while it is put together from components. `..` never climbs above the base.
 class NativeName {
  public:
@@ -193,7 +189,7 @@ class NativeName {
       if (isRefused(c) || c == byte_block + '/' || c > 0x10FFFF) return false;
       appendNative(c, m_text);
     }
-    return !isDots(std::string_view(m_text).substr(start));
+    return !IsDots(std::string_view(m_text).substr(start));
   }
 
   void climb() {
@@ -334,7 +330,7 @@ constexpr bool mustBeCarriedInName(char32_t c) {
 
 void appendWideComponent(std::string_view component, std::wstring& out) {
   const bool closes = component.ends_with('.') || component.ends_with(' ');
-  if (!closes || isDots(component)) return appendWide(component, mustBeCarriedInName, out);
+  if (!closes || IsDots(component)) return appendWide(component, mustBeCarriedInName, out);
   appendWide(component.substr(0, component.size() - 1), mustBeCarriedInName, out);
   out += carry(component.back());
 }
@@ -384,6 +380,7 @@ bool ToNativeForCreation(std::wstring_view path, std::string& native) {
 }
 
 std::wstring FromNative(std::string_view native) {
+  if (IsPlain(native)) return {native.begin(), native.end()};
   std::wstring path;
   path.reserve(native.size());
   if (!native.starts_with('/')) {
@@ -422,6 +419,16 @@ void SetShareRoot(std::wstring_view server, std::string_view native_root) {
 bool IsAbsolute(std::wstring_view path) {
   if (hasDrive(path)) return path.size() > 2 && IsSeparator(path[2]);
   return !path.empty() && IsSeparator(path[0]);
+}
+
+bool IsPlain(std::string_view name) {
+  static constexpr std::array<bool, 256> plain = [] {
+    std::array<bool, 256> table{};
+    for (char32_t c = 0; c < 0x80; ++c) table[c] = !mustBeCarriedInName(c) && c != U'/';
+    return table;
+  }();
+  const auto is_plain = [](char c) { return plain[static_cast<unsigned char>(c)]; };
+  return std::ranges::all_of(name, is_plain) && !name.ends_with('.') && !name.ends_with(' ');
 }
 
 std::string ParentOf(std::string_view native) {
