@@ -12,6 +12,7 @@
 #include <set>
 
 #include "qelbase/outside/framework/CArrays.h"
+#include "qelbase/outside/framework/CFile.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files.h"
 #include "qelbase/outside/system/folder_walk_internal.h"
@@ -96,6 +97,23 @@ TEST(ShareModes, ProtectFromRemovalAndEndWithTheProcess) {
   EXPECT_FALSE(CloseHandle(held.handle));
   EXPECT_EQ(GetLastError(), 6);
   EXPECT_TRUE(DeleteFileW(file.c_str()));
+}
+
+TEST(ShareModes, HoldBetweenHandlesAndFileObjects) {
+  const TempFolder folder;
+  const std::wstring file = folder.wide("f");
+  writeBytes(folder / "f", "");
+  {
+    const CFile writer(file.c_str(), CFile::modeWrite | CFile::shareDenyRead);
+    EXPECT_EQ(codeOfOpening(file, GENERIC_READ, 7), 32);
+    EXPECT_EQ(codeOfOpening(file, GENERIC_WRITE, 7), 0);
+    EXPECT_EQ(codeOfOpening(file, GENERIC_WRITE, 1), 32);
+  }
+  const Opened held = open(file, GENERIC_READ, FILE_SHARE_READ);
+  CFile second;
+  EXPECT_TRUE(second.Open(file.c_str(), CFile::modeRead | CFile::shareDenyWrite));
+  EXPECT_FALSE(second.Open(file.c_str(), CFile::modeWrite | CFile::shareDenyNone));
+  CloseHandle(held.handle);
 }
 
 TEST(ShareModes, FollowTheNameWhenTheFileIsReplacedOnTheWay) {

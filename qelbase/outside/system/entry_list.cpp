@@ -97,7 +97,8 @@ void EntryList::clear() {
 EntryList::Item EntryList::itemOf(const Entry& entry) {
   const std::size_t start = m_names.size();
   m_names.append(entry.native).push_back('\0');
-  return {start, static_cast<std::uint32_t>(entry.native.size()), entry.is_folder, entry.is_link};
+  const auto length = static_cast<std::uint32_t>(entry.native.size());
+  return {start, length, entry.is_folder, entry.is_link, entry.is_regular};
 }
 
 void EntryList::add(const Entry& entry) {

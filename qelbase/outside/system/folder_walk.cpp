@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/folder_walk_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
@@ -112,6 +113,7 @@ FolderWalk::Step FolderWalk::next() {
   if (level.next == level.entries.size()) return ascend();
   const Entry entry = level.entries[level.next++];
   m_name = entry.native;
+  m_is_regular = entry.is_regular;
   m_step = file;
   return entry.is_folder ? descend() : m_step;
 }
@@ -127,6 +129,32 @@ int FolderWalk::folder() const {
 int FolderWalk::remove() {
   const int flags = m_step == left ? AT_REMOVEDIR : 0;
   return Calls().unlinkat(folder(), m_name.c_str(), flags) == 0 ? 0 : errno;
+}
+
+DWORD RemoveTree(const std::string& native, FolderWalk& walk,
+                 const std::function<DWORD(bool is_folder)>& remove) {
+  if (const int error = walk.begin(native); error != 0) return ErrorOfPath(error, native);
+  for (FolderWalk::Step step = walk.next(); step != FolderWalk::ended; step = walk.next()) {
+    DWORD code = ERROR_SUCCESS;
+    if (step == FolderWalk::file || step == FolderWalk::left) code = remove(step == walk.left);
+    const bool is_gone = step == FolderWalk::failed && walk.error() == ENOENT;
+    if (step == FolderWalk::failed && !is_gone) code = ErrorFromErrno(walk.error());
+    if (code != ERROR_SUCCESS) return code;
+  }
+  return ERROR_SUCCESS;
+}
+
+DWORD RemoveTree(const std::string& native) {
+  struct stat status {};
+  if (Calls().lstat(native.c_str(), &status) != 0) return ErrorOfPath(errno, native);
+  if (!S_ISDIR(status.st_mode)) {
+    return Calls().unlink(native.c_str()) == 0 ? ERROR_SUCCESS : ErrorOfPath(errno, native);
+  }
+  FolderWalk walk;
+  return RemoveTree(native, walk, [&walk](bool) {
+    const int error = walk.remove();
+    return error == 0 || error == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(error);
+  });
 }
 
 }  // namespace qel::sys

@@ -28,12 +28,14 @@ namespace {
 bool kindOf(int folder, const dirent& found, bool follow, Entry& entry) {
   entry.is_link = found.d_type == DT_LNK;
   entry.is_folder = found.d_type == DT_DIR;
+  entry.is_regular = found.d_type == DT_REG;
   if (found.d_type != DT_UNKNOWN && !(entry.is_link && follow)) return true;
   struct stat status {};
   if (Calls().fstatat(folder, found.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return errno != ENOENT;
   }
   entry.is_link = S_ISLNK(status.st_mode);
+  entry.is_regular = S_ISREG(status.st_mode);
   if (entry.is_link && follow) Calls().fstatat(folder, found.d_name, &status, 0);
   entry.is_folder = S_ISDIR(status.st_mode);
   return true;

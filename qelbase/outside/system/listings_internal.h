@@ -15,6 +15,7 @@ struct Entry {
   std::string_view native;  // its name; a zero follows. Lives until the list changes
   bool is_folder;           // or a link to one
   bool is_link;
+  bool is_regular = false;  // a file, and no link
 
   [[nodiscard]] std::wstring name() const;
 };
@@ -31,7 +32,7 @@ class EntryList {
   [[nodiscard]] bool empty() const { return m_items.empty(); }
   [[nodiscard]] Entry operator[](std::size_t index) const {
     const Item& item = m_items[index];
-    return {nativeOf(item), item.is_folder, item.is_link};
+    return {nativeOf(item), item.is_folder, item.is_link, item.is_regular};
   }
 
   void clear();
@@ -46,6 +47,7 @@ class EntryList {
     std::uint32_t length;
     bool is_folder;
     bool is_link;
+    bool is_regular;
   };
 
   std::string_view nativeOf(const Item& item) const {

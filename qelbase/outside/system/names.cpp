@@ -94,8 +94,15 @@ constexpr wchar_t carry(char byte) {
   return static_cast<wchar_t>(byte_block + static_cast<unsigned char>(byte));
 }
 
+constexpr std::array<bool, 0x80> refused = [] {
+  std::array<bool, 0x80> table{};
+  for (std::size_t c = 0; c < 32; ++c) table[c] = true;
+  for (const char c : std::string_view("<>\"|?*:")) table[static_cast<std::size_t>(c)] = true;
+  return table;
+}();
+
 constexpr bool isRefused(char32_t c) {
-  return c < 32 || std::u32string_view(U"<>\"|?*:").find(c) != std::u32string_view::npos;
+  return c < refused.size() && refused[c];
 }
 
 constexpr bool isHighSurrogate(char32_t c) {
