@@ -60,19 +60,42 @@ bool mkdirchain(const wchar_t* path) {
   }
 }
 
-// The same two functions for each type of element.
-#define QEL_TYPED_STREAM(suffix, Type)                                                     \
-  std::uint64_t fread_##suffix(Type* data, std::uint64_t size, std::uint64_t count,        \
-                               std::FILE* file) {                                          \
-    return std::fread(data, size, count, file);                                            \
-  }                                                                                        \
-  std::uint64_t fwrite_##suffix(const Type* data, std::uint64_t size, std::uint64_t count, \
-                                std::FILE* file) {                                         \
-    return std::fwrite(data, size, count, file);                                           \
-  }
-QEL_TYPED_STREAM(float, float)
-QEL_TYPED_STREAM(long, std::int32_t)
-QEL_TYPED_STREAM(long, std::uint32_t)
-QEL_TYPED_STREAM(short, std::int16_t)
-QEL_TYPED_STREAM(short, std::uint16_t)
-#undef QEL_TYPED_STREAM
+std::uint64_t fread_float(float* data, std::uint64_t size, std::uint64_t count, std::FILE* file) {
+  return std::fread(data, size, count, file);
+}
+std::uint64_t fwrite_float(const float* data, std::uint64_t size, std::uint64_t count,
+                           std::FILE* file) {
+  return std::fwrite(data, size, count, file);
+}
+std::uint64_t fread_long(std::int32_t* data, std::uint64_t size, std::uint64_t count,
+                         std::FILE* file) {
+  return std::fread(data, size, count, file);
+}
+std::uint64_t fread_long(std::uint32_t* data, std::uint64_t size, std::uint64_t count,
+                         std::FILE* file) {
+  return std::fread(data, size, count, file);
+}
+std::uint64_t fwrite_long(const std::int32_t* data, std::uint64_t size, std::uint64_t count,
+                          std::FILE* file) {
+  return std::fwrite(data, size, count, file);
+}
+std::uint64_t fwrite_long(const std::uint32_t* data, std::uint64_t size, std::uint64_t count,
+                          std::FILE* file) {
+  return std::fwrite(data, size, count, file);
+}
+std::uint64_t fread_short(std::int16_t* data, std::uint64_t size, std::uint64_t count,
+                          std::FILE* file) {
+  return std::fread(data, size, count, file);
+}
+std::uint64_t fread_short(std::uint16_t* data, std::uint64_t size, std::uint64_t count,
+                          std::FILE* file) {
+  return std::fread(data, size, count, file);
+}
+std::uint64_t fwrite_short(const std::int16_t* data, std::uint64_t size, std::uint64_t count,
+                           std::FILE* file) {
+  return std::fwrite(data, size, count, file);
+}
+std::uint64_t fwrite_short(const std::uint16_t* data, std::uint64_t size, std::uint64_t count,
+                           std::FILE* file) {
+  return std::fwrite(data, size, count, file);
+}

@@ -97,7 +97,7 @@ constexpr wchar_t carry(char byte) {
 constexpr std::array<bool, 0x80> refused = [] {
   std::array<bool, 0x80> table{};
   for (std::size_t c = 0; c < 32; ++c) table[c] = true;
-  for (const char c : std::string_view("<>\"|?*:")) table[static_cast<std::size_t>(c)] = true;
+  for (const char32_t c : std::u32string_view(U"<>\"|?*:")) table[c] = true;
   return table;
 }();
 
