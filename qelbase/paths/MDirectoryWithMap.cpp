@@ -7,6 +7,7 @@
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/listings_internal.h"
+#include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/text.h"
 #include "qelbase/paths/folder_functions.h"
 #include "qelbase/paths/map_file_internal.h"
@@ -16,6 +17,8 @@ namespace {
 using qel::paths::Joined;
 using qel::paths::MapRecord;
 using qel::sys::Entry;
+using qel::sys::EntryList;
+using qel::sys::IsDots;
 
 constexpr std::uint32_t kAbsent = 0xFFFFFFFF;
 // So many names may go before the index is built again.
@@ -26,8 +29,10 @@ const wchar_t* TextOf(const wchar_t* text) {
   return text ? text : L"";
 }
 
-bool IsDots(const std::wstring& name) {
-  return name == L"." || name == L"..";
+// Or a new one on the way to replace it.
+bool IsMapFile(const CStringW& name, const wchar_t* map_file) {
+  return name.CompareNoCase(map_file) == 0 ||
+         qel::paths::IsPassingMapFile(name.GetString(), map_file);
 }
 
 }  // namespace
@@ -268,13 +273,12 @@ std::uint32_t MDirectoryWithMap::_Read(const CStringW& folder, std::uint16_t fla
 std::uint32_t MDirectoryWithMap::_ReadSubFolders(const CStringW& folder, std::uint16_t flags,
                                                  const wchar_t* map_file, const wchar_t* pattern,
                                                  const CStringW& prefix) {
-  std::vector<Entry> entries;
+  EntryList entries;
   if (qel::sys::ListEntries(Joined(folder, L"*.*").GetString(), entries) != 0) return 0;
-  std::erase_if(entries, [](const Entry& entry) {
-    return !entry.is_folder || entry.is_link || IsDots(entry.name);
-  });
-  for (const Entry& entry : entries) {
-    const CStringW name = entry.name;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const Entry entry = entries[i];
+    if (!entry.is_folder || entry.is_link || IsDots(entry.native)) continue;
+    const CStringW name = entry.name();
     const CStringW sub_prefix = prefix.IsEmpty() ? name : prefix + L"\\" + name;
     const std::uint32_t code = Read(Joined(folder, name), flags, map_file, pattern, sub_prefix);
     if (code != 0) return code;
@@ -285,20 +289,20 @@ std::uint32_t MDirectoryWithMap::_ReadSubFolders(const CStringW& folder, std::ui
 std::uint32_t MDirectoryWithMap::_ReadEntries(const CStringW& folder, std::uint16_t flags,
                                               const wchar_t* map_file, const wchar_t* pattern,
                                               const CStringW& prefix) {
-  std::vector<Entry> entries;
+  EntryList entries;
   const std::wstring search = std::wstring(folder.GetString()) + pattern;
   const std::uint32_t code = qel::sys::ListEntries(search, entries);
   if (code != 0) return code;
   const bool reads_map = (flags & READ_MAP) != 0;
-  for (const Entry& entry : entries) {
-    const bool is_dots = IsDots(entry.name);
+  m_names.SetSize(m_names.GetSize(), static_cast<std::int64_t>(entries.size()));
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const Entry entry = entries[i];
+    const bool is_dots = IsDots(entry.native);
     const std::uint16_t kind = entry.is_folder ? ENTRY_FOLDER : ENTRY_FILE;
     if ((flags & kind) == 0 || (is_dots && (flags & READ_DOTS) == 0)) continue;
-    const bool is_map = !entry.is_folder && reads_map &&
-                        (qel::sys::CompareNoCase(entry.name, map_file) == 0 ||
-                         qel::paths::IsPassingMapFile(entry.name, map_file));
-    if (is_map) continue;
-    CStringW name = prefix.IsEmpty() ? CStringW(entry.name) : prefix + L"\\" + entry.name;
+    CStringW name = entry.name();
+    if (!entry.is_folder && reads_map && IsMapFile(name, map_file)) continue;
+    if (!prefix.IsEmpty()) name = prefix + L"\\" + name;
     if (MappedName2Name(name, nullptr)) return kContradiction;
     int entry_flags = is_dots ? ENTRY_DOTS | ENTRY_FOLDER : kind;
     if (Name2MappedName(name, nullptr)) entry_flags |= ENTRY_MAPPED;

@@ -34,7 +34,9 @@ std::uint32_t LastErrorOr1() {
 
 bool Exists(const CStringW& path) {
   const LastErrorKeeper keeper;
-  return _waccess(path, 0) == 0;
+  std::string native;
+  struct stat status {};
+  return ToNative(path.GetString(), native) && Calls().stat(native.c_str(), &status) == 0;
 }
 
 // False where the path leads to the folder itself or out of it: an empty name, points, blanks.
@@ -97,26 +99,19 @@ class TreeRemoval {
 
   std::uint32_t RemoveAll(const std::string& native) {
     FolderWalk walk;
-    if (const int error = walk.begin(native); error != 0) return ErrorOfPath(error, native);
-    for (FolderWalk::Step step = walk.next(); step != FolderWalk::ended; step = walk.next()) {
-      if (step == FolderWalk::entered) continue;
-      if (step == FolderWalk::failed && walk.error() == ENOENT) continue;
-      if (step == FolderWalk::failed) return Stopped(walk);
-      if (const std::uint32_t code = RemoveOne(walk, step == FolderWalk::left); code != 0) {
-        return code;
-      }
-    }
-    return 0;
+    const std::uint32_t code =
+        RemoveTree(native, walk, [&](bool is_folder) { return RemoveOne(walk, is_folder); });
+    if (code != 0) SetPath(walk);
+    return code;
   }
 
   std::uint32_t RemoveOne(const FolderWalk& walk, bool is_folder) {
     const std::uint32_t answer = m_asker ? AskAt(walk, is_folder) : 0;
     if (answer != 0) return answer;
-    const std::uint32_t code = is_folder ? RemoveFolderIn(walk.folder(), walk.name())
-                                         : RemoveFileIn(walk.folder(), walk.name());
-    if (code == 0 || code == ERROR_FILE_NOT_FOUND) return 0;  // or somebody else was faster
-    SetPath(walk);
-    return code;
+    const std::uint32_t code = is_folder
+                                   ? RemoveFolderIn(walk.folder(), walk.name())
+                                   : RemoveFileIn(walk.folder(), walk.name(), walk.isRegular());
+    return code == ERROR_FILE_NOT_FOUND ? 0 : code;  // somebody else was faster
   }
 
   void SetPath(const FolderWalk& walk) {

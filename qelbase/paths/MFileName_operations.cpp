@@ -9,6 +9,7 @@
 
 #include "qelbase/outside/components/MFile.h"
 #include "qelbase/outside/system/files.h"
+#include "qelbase/outside/system/folder_walk_internal.h"
 #include "qelbase/outside/system/modules.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/shell.h"
@@ -155,7 +156,7 @@ bool MFileName::REMOVE() {
   if (!native || is_root || *native == "/") return false;
   boost::system::error_code error;
   if (!m_file.empty()) return fs::remove(*native, error);
-  return static_cast<std::int64_t>(fs::remove_all(*native, error)) > 0;  // may be -1
+  return qel::sys::RemoveTree(*native) == 0;
 }
 
 bool MFileName::REMOVE_SHELL(bool confirm) {

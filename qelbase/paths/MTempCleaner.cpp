@@ -13,6 +13,7 @@
 #include "qelbase/outside/system/files.h"
 #include "qelbase/outside/system/files_internal.h"
 #include "qelbase/outside/system/listings_internal.h"
+#include "qelbase/outside/system/names_internal.h"
 #include "qelbase/paths/folder_functions.h"
 #include "qelbase/paths/run_folders_internal.h"
 
@@ -55,10 +56,6 @@ std::uint32_t CreateAndLock(const CStringW& folder, MFolderLocker& lock, bool& c
   if (code != 0) return code;
   created = true;
   return lock.Lock(folder);
-}
-
-bool IsDots(const std::wstring& name) {
-  return name == L"." || name == L"..";
 }
 
 bool HasArchive(const CStringW& path) {
@@ -207,13 +204,15 @@ std::int32_t MTempCleaner::_DoOperationOnPath(EPathOperation operation, const wc
   if (!m_active) return 0;
   CStringW folder = path;
   if (pattern) AssurePath(folder);
-  std::vector<Entry> entries;
+  EntryList entries;
   const CStringW search = pattern ? folder + pattern : folder;
   if (ListEntries(search.GetString(), entries) != 0) return -1;
   std::int32_t result = 1, count = 0;
-  for (const Entry& entry : entries) {
-    if (IsDots(entry.name) || entry.is_link || !_IsOurs(entry.name.c_str())) continue;
-    const CStringW full = pattern ? folder + entry.name.c_str() : folder;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const Entry entry = entries[i];
+    const CStringW name = entry.name();
+    if (IsDots(entry.native) || entry.is_link || !_IsOurs(name)) continue;
+    const CStringW full = pattern ? folder + name : folder;
     if (operation == OPERATION_COUNT) {
       count += entry.is_folder ? 1 : 0;
     } else if (entry.is_folder) {

@@ -67,10 +67,7 @@ std::string PassingName(const std::string& native) {
 }
 
 bool Sync(int descriptor) {
-  while (Calls().fsync(descriptor) != 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
+  return sys::UntilNotInterrupted([&] { return Calls().fsync(descriptor); }) == 0;
 }
 
 // False and errno.
@@ -143,9 +140,12 @@ AppendedRecord::AppendedRecord(const wchar_t* path) {
   struct stat status {};
   if (!sys::ToNativeForCreation(path, m_native)) return;
   constexpr int flags = O_WRONLY | O_APPEND | O_NONBLOCK;
-  Descriptor file = Descriptor::open(m_native, flags | O_CREAT | O_EXCL);
-  m_is_new = bool(file);
-  if (!file) file = Descriptor::open(m_native, flags);
+  Descriptor file = Descriptor::open(m_native, flags);
+  if (!file && errno == ENOENT) {
+    file = Descriptor::open(m_native, flags | O_CREAT | O_EXCL);
+    m_is_new = bool(file);
+    if (!file) file = Descriptor::open(m_native, flags);  // somebody else was faster
+  }
   if (!file || Calls().fstat(file.get(), &status) != 0) return;
   if (!m_is_new && sys::IsReadOnly(status)) return;
   m_old_size = status.st_size;

@@ -129,7 +129,7 @@ struct Root {
   std::size_t length;      // of the element, if it is a name or a separator; else 0
 };
 
-Root FindRoot(std::wstring_view path, const Scan& scan) {
+[[gnu::always_inline]] inline Root FindRoot(std::wstring_view path, const Scan& scan) {
   const bool network = StartsLikeNetwork(path);
   if (!network && IsSeparator(path[0])) return {{}, 1};
   std::size_t end = scan.ElementEnd(network ? 2 : 0);
@@ -139,7 +139,8 @@ Root FindRoot(std::wstring_view path, const Scan& scan) {
   return {path.substr(0, end), end};
 }
 
-std::size_t FindRootDirectory(std::wstring_view path, const Scan& scan) {
+[[gnu::always_inline]] inline std::size_t FindRootDirectory(std::wstring_view path,
+                                                            const Scan& scan) {
   const auto separator = [&](std::size_t from) {
     const std::size_t at = scan.Separator(from);
     return at < path.size() ? at : kNone;
@@ -221,6 +222,13 @@ void AppendRoot(std::wstring_view path, std::wstring_view name, std::size_t root
   }
 }
 
+// Kept apart, so that the others don't pay for the copy.
+[[gnu::noinline]] bool SplitClimbing(std::wstring_view path, std::wstring& drive, std::wstring& dir,
+                                     std::wstring& file, std::wstring& ext, bool is_directory) {
+  const std::wstring rooted = L'\\' + std::wstring(path);  // so it takes a bare `\` as its drive
+  return SplitPath(rooted, drive, dir, file, ext, is_directory);
+}
+
 }  // namespace
 
 std::wstring_view RootName(std::wstring_view path) {
@@ -233,9 +241,8 @@ std::size_t RootDirectory(std::wstring_view path) {
 
 bool SplitPath(std::wstring_view path, std::wstring& drive, std::wstring& dir, std::wstring& file,
                std::wstring& ext, bool is_directory) {
-  if (path.size() >= 2 && path[0] == L'.' && path[1] == L'.') {
-    const std::wstring rooted = L'\\' + std::wstring(path);  // so it takes a bare `\` as its drive
-    return SplitPath(rooted, drive, dir, file, ext, is_directory);
+  if (path.size() >= 2 && path[0] == L'.' && path[1] == L'.') [[unlikely]] {
+    return SplitClimbing(path, drive, dir, file, ext, is_directory);
   }
   drive.clear(), dir.clear(), file.clear(), ext.clear();
   if (path.empty()) return false;

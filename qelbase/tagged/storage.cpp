@@ -17,13 +17,6 @@ namespace qel::tagged {
 
 namespace {
 
-template <class Call>
-int untilNotInterrupted(Call call) {
-  int result = call();
-  while (result < 0 && errno == EINTR) result = call();
-  return result;
-}
-
 bool isSameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
@@ -66,7 +59,7 @@ bool SyncFolderOf(const std::wstring& name) {
   std::string native;
   if (!sys::ToNative(name, native)) return false;
   const std::string folder = sys::ParentOf(native);
-  if (untilNotInterrupted([&] { return sys::SyncFolder(folder); }) == 0) return true;
+  if (sys::UntilNotInterrupted([&] { return sys::SyncFolder(folder); }) == 0) return true;
   if (errno == EACCES) return true;
   sys::SetLastError(sys::ErrorFromErrno(errno));
   return false;
@@ -120,7 +113,7 @@ FileLock::FileLock(const std::wstring& name, Kind kind) {
   m_file = sys::Descriptor::open(native, O_RDONLY | O_NONBLOCK);
   if (!m_file) return;
   const int operation = LOCK_EX | (kind == Try ? LOCK_NB : 0);
-  if (untilNotInterrupted([&] { return Calls().flock(m_file.get(), operation); }) != 0) {
+  if (sys::UntilNotInterrupted([&] { return Calls().flock(m_file.get(), operation); }) != 0) {
     m_is_taken = errno == EWOULDBLOCK;
     return;
   }

@@ -8,15 +8,18 @@
 #include <cerrno>
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <set>
 
 #include "qelbase/outside/framework/CArrays.h"
+#include "qelbase/outside/framework/CFile.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files.h"
 #include "qelbase/outside/system/folder_walk_internal.h"
 #include "qelbase/outside/system/handles.h"
 #include "qelbase/outside/system/listings.h"
 #include "qelbase/outside/system/shell.h"
+#include "qelbase/outside/system/text.h"
 
 #include "tests/support/FaultyCalls.h"
 #include "tests/support/TempFolder.h"
@@ -94,6 +97,23 @@ TEST(ShareModes, ProtectFromRemovalAndEndWithTheProcess) {
   EXPECT_FALSE(CloseHandle(held.handle));
   EXPECT_EQ(GetLastError(), 6);
   EXPECT_TRUE(DeleteFileW(file.c_str()));
+}
+
+TEST(ShareModes, HoldBetweenHandlesAndFileObjects) {
+  const TempFolder folder;
+  const std::wstring file = folder.wide("f");
+  writeBytes(folder / "f", "");
+  {
+    const CFile writer(file.c_str(), CFile::modeWrite | CFile::shareDenyRead);
+    EXPECT_EQ(codeOfOpening(file, GENERIC_READ, 7), 32);
+    EXPECT_EQ(codeOfOpening(file, GENERIC_WRITE, 7), 0);
+    EXPECT_EQ(codeOfOpening(file, GENERIC_WRITE, 1), 32);
+  }
+  const Opened held = open(file, GENERIC_READ, FILE_SHARE_READ);
+  CFile second;
+  EXPECT_TRUE(second.Open(file.c_str(), CFile::modeRead | CFile::shareDenyWrite));
+  EXPECT_FALSE(second.Open(file.c_str(), CFile::modeWrite | CFile::shareDenyNone));
+  CloseHandle(held.handle);
 }
 
 TEST(ShareModes, FollowTheNameWhenTheFileIsReplacedOnTheWay) {
@@ -198,6 +218,33 @@ TEST(Listings, ComeInOrderByPatternAndName) {
   EXPECT_EQ(list(folder.wide("b.txt/*")), Texts{L"3"});
   EXPECT_EQ(list(L""), Texts{L"3"});
   EXPECT_NE(list(L"C:\\*").front(), L".");
+}
+
+// Many names with long starts in common, in any case, in any script, as users have them.
+TEST(Listings, OrderOfManyNamesIsByCapitalsAndThenByCode) {
+  for (const std::string_view ending : {"", "\xC3\xA9", ":"}) {
+    std::mt19937 random(7);
+    std::set<std::string> names;
+    while (names.size() < 5000) {
+      std::string name(random() % 3 * 9, 'p');
+      for (auto left = random() % 12 + 1; left > 0; --left) name += "abAB_9."[random() % 7];
+      names.insert((name + "x").append(random() % 2 == 0 ? ending : ""));
+    }
+    EntryList entries;
+    for (const std::string& name : names) entries.add({name, false, false});
+    entries.sort();
+    const auto key = [](const std::wstring& name) {
+      std::wstring upper = name;
+      for (wchar_t& c : upper) c = ToUpper(c);
+      return std::pair(upper, name);
+    };
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      EXPECT_EQ(names.erase(std::string(entries[i].native)), 1);
+      const bool follows = i == 0 || key(entries[i - 1].name()) < key(entries[i].name());
+      EXPECT_TRUE(follows) << entries[i].native;
+    }
+    EXPECT_TRUE(names.empty());
+  }
 }
 
 TEST(Listings, TellKindSizeAndTimes) {

@@ -1,14 +1,20 @@
 // Folders under names that the file system refuses.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
 #include <map>
 
 #include "qelbase/outside/system/clock.h"
+#include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/handles.h"
+#include "qelbase/paths/MDirectory.h"
 #include "qelbase/paths/MDirectoryWithMap.h"
+#include "qelbase/paths/MFileName.h"
+#include "qelbase/paths/MTempCleaner.h"
+#include "qelbase/paths/folder_functions.h"
 
 #include "tests/support/FaultyCalls.h"
 #include "tests/support/TempFolder.h"
@@ -324,19 +330,54 @@ TEST_F(MappedFolder, DeletionNeverLeavesTheFolder) {
   EXPECT_TRUE(fs::exists(folder / "kept/inner"));
 }
 
-TEST_F(MappedFolder, UnreadableSubFolderStopsBeforeAnythingIsRemoved) {
-  makeFolders({"t/a", "t/z"});
-  writeBytes(folder / "t/a/f", "");
-  static qel::sys::SystemCalls original;
-  original = qel::sys::Calls();
-  qel::sys::Calls().openat = [](int at, const char* name, int flags, mode_t mode) {
-    errno = EACCES;
-    return std::string(name) == "z" ? -1 : original.openat(at, name, flags, mode);
+// In a process of an ordinary user, as root is refused nothing.
+TEST_F(MappedFolder, MissingPermissionIsToldAtEachStep) {
+  makeFolders({"closed/full", "dark", "tree/a", "tree/z", "open"});
+  for (const char* file : {"closed/full/f", "tree/a/f"}) writeBytes(folder / file, "");
+  writeBytes(folder / "open/.map", "\nmap9->a?");
+  const auto permit = [&](const char* name, unsigned mode) {
+    fs::permissions(folder / name, fs::perms(mode));
   };
-  EXPECT_EQ(remove(L"t"), 5);
-  qel::sys::Calls() = original;
-  EXPECT_EQ(path, folder.wide("t/z").c_str());
-  EXPECT_TRUE(fs::exists(folder / "t/a/f"));
+  permit("", 0755);
+  for (const char* name : {"tree", "tree/a", "open"}) permit(name, 0777);
+  for (const char* name : {"closed/full", "closed"}) permit(name, 0555);
+  for (const char* name : {"dark", "tree/z", "open/.map"}) permit(name, 0);
+  const auto end = qeltest::runInChild([&] {
+    if (geteuid() == 0 && setuid(65534) != 0) _exit(126);
+    const CStringW closed = (folder.wide("closed") + L"\\").c_str();
+    EXPECT_FALSE(mkdirchain(closed + L"x\\y"));
+    EXPECT_EQ(qel::sys::GetLastError(), 5);
+    MDirectoryWithMap map;
+    for (const wchar_t* name : {L"x", L"x?"}) {
+      path = closed;
+      EXPECT_EQ(map.CheckCreateFolder(path, name, true), 5) << name;
+    }
+    path = closed;
+    EXPECT_EQ(map.DeleteFolder(path, L"full", true, nullptr), 5);
+    EXPECT_EQ(path, closed + L"full\\f");
+    EXPECT_EQ(map.WriteMapFile(closed, L".map"), 5);
+    EXPECT_EQ(MFolderLocker().Lock(closed), 5);
+    const MFileName inside(closed, true);
+    MTempCleaner run(L"abc", &inside);
+    run.Init();
+    EXPECT_EQ(run.GetCurPath(), L"");
+    EXPECT_FALSE(MFileName(closed + L"full", true).REMOVE());
+    EXPECT_FALSE(MFileName(closed + L"f", false).COPY_FILE(MFileName(closed + L"full\\f", false)));
+    EXPECT_FALSE(MDirectory::CopyDirectoryContents(closed + L"full", closed + L"x", false));
+
+    const CStringW dark = folder.wide("dark").c_str();
+    EXPECT_EQ(map.Read(dark, 13, nullptr, nullptr, nullptr), 5);
+    EXPECT_FALSE(MDirectory::DirectoryHasAccess(dark, qel::sys::GENERIC_READ));
+    EXPECT_TRUE(MDirectory::IsDirectoryEmpty(dark));  // for all that it can tell
+    EXPECT_EQ(remove(L"tree"), 5);
+    EXPECT_EQ(path, folder.wide("tree/z").c_str());
+    EXPECT_TRUE(fs::exists(folder / "tree/a/f"));  // everything is looked at first
+    path = (folder.wide("open") + L"\\").c_str();
+    EXPECT_EQ(map.CheckCreateFolder(path, L"b?", true), 29);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "open"), {}), 1);
+  });
+  EXPECT_EQ(end.exit_code, 0);
+  for (const char* name : {"closed", "closed/full", "dark", "tree/z"}) permit(name, 0700);
 }
 
 // --- faults and kills --------------------------------------------------------------------------

@@ -11,7 +11,6 @@
 #include "qelbase/paths/MFileName.h"
 #include "qelbase/paths/folder_functions.h"
 
-#include "tests/support/FaultyCalls.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
@@ -127,7 +126,7 @@ TEST(Directory, MakesATemporaryFileOfItsOwn) {
   }
 }
 
-TEST(Directory, KnowsEmptyFoldersAndRefusals) {
+TEST(Directory, KnowsEmptyFoldersAndAccess) {
   const TempFolder folder;
   EXPECT_TRUE(MDirectory::IsDirectoryEmpty(folder.wide()));
   EXPECT_TRUE(MDirectory::IsDirectoryEmpty(folder.wide("none")));
@@ -136,9 +135,6 @@ TEST(Directory, KnowsEmptyFoldersAndRefusals) {
   EXPECT_FALSE(MDirectory::IsDirectoryEmpty(folder.wide()));
   EXPECT_TRUE(MDirectory::DirectoryHasAccess(folder.wide("none"), qel::sys::GENERIC_READ));
   EXPECT_TRUE(MDirectory::DirectoryHasAccess(folder.wide(), qel::sys::GENERIC_WRITE));
-  const qeltest::FaultyCalls denied(
-      {.kind = qeltest::Fault::fail_for_good, .error = EACCES, .reading = true});
-  EXPECT_FALSE(MDirectory::DirectoryHasAccess(folder.wide(), qel::sys::GENERIC_WRITE));
 }
 
 TEST(Directory, CopiesFilesFlat) {

@@ -51,13 +51,6 @@ bool isOverridden(const MFile& file, Member member) {
   return slotOf(file, member) != slotOf(plain, member);
 }
 
-template <typename Call>
-auto untilNotInterrupted(Call call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR) result = call();
-  return result;
-}
-
 // Either order of bytes; on a little-endian machine the loop is empty.
 void swapIfBigEndian(std::int32_t* data, std::size_t count) {
   if constexpr (std::endian::native == std::endian::big) {
@@ -127,7 +120,8 @@ bool MFile::_OPEN(const wchar_t* name, int mode) {
   const bool create = mode == 2 && qel::sys::ToNativeForCreation(m_name, native);
   if (!create && !qel::sys::ToNative(m_name, native)) return _Fail(qel::sys::GetLastError());
   const int flags = openFlags(mode) | (create ? O_CREAT : 0);
-  const int fd = untilNotInterrupted([&] { return Calls().open(native.c_str(), flags, 0666); });
+  const int fd =
+      qel::sys::UntilNotInterrupted([&] { return Calls().open(native.c_str(), flags, 0666); });
   if (fd < 0) return _Fail(qel::sys::ErrorOfPath(errno, native));
   return _Adopt(fd, mode);
 }
@@ -142,7 +136,7 @@ bool MFile::_Adopt(int fd, int mode) {
     code = refusalOf(facts, mode);
   }
   if (code == 0 && mode == 2 && facts.st_size > 0 &&
-      untilNotInterrupted([&] { return Calls().ftruncate(fd, 0); }) != 0) {
+      qel::sys::UntilNotInterrupted([&] { return Calls().ftruncate(fd, 0); }) != 0) {
     code = qel::sys::ErrorFromErrno(errno);
   }
   if (code != 0) {
@@ -180,8 +174,8 @@ bool MFile::CHANGE_MODE(int mode) {
   if (!_FlushWindow()) return false;
   // By descriptor, so that a file renamed or replaced meanwhile stays the same one.
   const std::string native = "/proc/self/fd/" + std::to_string(m_fd);
-  const int fd =
-      untilNotInterrupted([&] { return Calls().open(native.c_str(), openFlags(mode), 0); });
+  const int fd = qel::sys::UntilNotInterrupted(
+      [&] { return Calls().open(native.c_str(), openFlags(mode), 0); });
   if (fd < 0) return _FailErrno(errno, false);
   const std::int64_t position = _Position();
   const bool failed = m_write_failed;
@@ -196,7 +190,7 @@ bool MFile::CHANGE_MODE(int mode) {
 bool MFile::SYNC() {
   if (m_fd < 0) return _Fail(qel::sys::ERROR_INVALID_HANDLE);
   if (!_FlushWindow()) return false;
-  if (untilNotInterrupted([&] { return Calls().fsync(m_fd); }) != 0) {
+  if (qel::sys::UntilNotInterrupted([&] { return Calls().fsync(m_fd); }) != 0) {
     return _FailErrno(errno, true);
   }
   return !m_write_failed;
@@ -465,7 +459,8 @@ std::size_t MFile::_WriteThrough(const char* from, std::size_t bytes) {
 
 // One transfer; -1 on failure, 0 at the end.
 std::int64_t MFile::_ReadSome(char* to, std::size_t bytes, std::int64_t position) {
-  const ssize_t got = untilNotInterrupted([&] { return Calls().pread(m_fd, to, bytes, position); });
+  const ssize_t got =
+      qel::sys::UntilNotInterrupted([&] { return Calls().pread(m_fd, to, bytes, position); });
   if (got < 0) _FailErrno(errno, false);
   return got;
 }
@@ -474,7 +469,7 @@ std::int64_t MFile::_ReadSome(char* to, std::size_t bytes, std::int64_t position
 std::size_t MFile::_WriteAll(const char* from, std::size_t bytes, std::int64_t position) {
   std::size_t done = 0;
   while (done < bytes) {
-    const ssize_t moved = untilNotInterrupted([&] {
+    const ssize_t moved = qel::sys::UntilNotInterrupted([&] {
       return Calls().pwrite(m_fd, from + done, bytes - done,
                             position + static_cast<std::int64_t>(done));
     });
@@ -594,7 +589,7 @@ bool MFile::_CopyInKernel(MFile& source, std::int64_t bytes, std::int64_t& done)
   ssize_t moved = 1;
   while (done < bytes && moved > 0) {
     const auto size = static_cast<std::size_t>(std::min(bytes - done, largest_transfer));
-    moved = untilNotInterrupted(
+    moved = qel::sys::UntilNotInterrupted(
         [&] { return Calls().copy_file_range(source.m_fd, &from, m_fd, &to, size, 0); });
     if (moved > 0) done += moved;
   }

@@ -3,17 +3,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string>
 #include <utility>
 
-#include "qelbase/outside/framework/sharing_internal.h"
 #include "qelbase/outside/system/descriptor_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/handles.h"
 #include "qelbase/outside/system/names.h"
+#include "qelbase/outside/system/shares_internal.h"
 #include "qelbase/outside/system/syscalls_internal.h"
 
 using qel::sys::Calls;
 
 namespace {
+
+using namespace qel::sys;
 
 constexpr int kClosed = -1;
 constexpr UINT kAccessMask = 0x3;
@@ -26,14 +30,30 @@ int NativeFlags(UINT flags) {
   return kAccess[flags & kAccessMask] | (flags & CFile::modeCreate ? O_CREAT : 0);
 }
 
-qel::framework::Shares SharesOf(UINT flags) {
+DWORD AccessOf(UINT flags) {
   const UINT access = flags & kAccessMask;
+  const DWORD reading = access != CFile::modeWrite ? GENERIC_READ : 0;
+  return reading | (access != CFile::modeRead ? GENERIC_WRITE : 0);
+}
+
+// What others may do meanwhile. Nobody keeps a file from being deleted.
+DWORD SharingOf(UINT flags) {
   const UINT share = flags & kShareMask;
-  const bool all = share == CFile::shareExclusive;
-  return {.reads = access != CFile::modeWrite,
-          .writes = access != CFile::modeRead,
-          .denies_reading = all || share == CFile::shareDenyRead,
-          .denies_writing = all || share == CFile::shareDenyWrite};
+  DWORD sharing = FILE_SHARE_DELETE;
+  if (share != CFile::shareExclusive && share != CFile::shareDenyRead) sharing |= FILE_SHARE_READ;
+  if (share != CFile::shareExclusive && share != CFile::shareDenyWrite) sharing |= FILE_SHARE_WRITE;
+  return sharing;
+}
+
+// False if another opener stands against it. A file system without locks grants everything.
+// `helper` gets a second descriptor if `file` itself can't hold locks, as it is not for reading.
+bool Share(int file, UINT flags, qel::sys::Descriptor& helper) {
+  if ((AccessOf(flags) & GENERIC_READ) == 0) {
+    helper = qel::sys::Descriptor::open("/proc/self/fd/" + std::to_string(file), O_RDONLY);
+    if (!helper) return true;
+    file = helper.get();
+  }
+  return qel::sys::TakeShare(file, AccessOf(flags), SharingOf(flags)) != EWOULDBLOCK;
 }
 
 // Moves `count` bytes by `transfer(done)`, which gives the bytes moved or -1; stops at 0. Gives the
@@ -97,15 +117,16 @@ DWORD CFile::OpenNative(const wchar_t* name, UINT flags) {
   if (Calls().fstat(file.get(), &facts) != 0) return qel::sys::ErrorFromErrno(errno);
   if (S_ISDIR(facts.st_mode)) return qel::sys::ERROR_ACCESS_DENIED;
 
-  const qel::framework::Shares shares = SharesOf(flags);
   qel::sys::Descriptor share_file;
-  if (S_ISREG(facts.st_mode) && !qel::framework::TakeShares(file.get(), shares, share_file)) {
+  if (S_ISREG(facts.st_mode) && !Share(file.get(), flags, share_file)) {
     return qel::sys::ERROR_SHARING_VIOLATION;
   }
   const bool empties = (flags & modeCreate) && !(flags & modeNoTruncate);
   if (empties && Calls().ftruncate(file.get(), 0) != 0) return qel::sys::ErrorFromErrno(errno);
 
-  if (S_ISREG(facts.st_mode) && !shares.writes && shares.denies_writing) {
+  const bool may_change =
+      (AccessOf(flags) & GENERIC_WRITE) != 0 || (SharingOf(flags) & FILE_SHARE_WRITE) != 0;
+  if (S_ISREG(facts.st_mode) && !may_change) {
     m_ahead = std::make_unique_for_overwrite<ReadAhead>();
     m_ahead->start = m_ahead->size = 0;
   }

@@ -37,11 +37,12 @@ class QELBASE_API CFile {
   // Opens a file, after closing an open one. False if that failed, and `error` (if not null) holds
   // cause, system code and name; nothing is thrown. A folder is refused (5).
   //
-  // A share mode holds against every other CFile, in this process and in others: what one denies,
-  // another has no access to (32), whichever came first. It is kept as locks on bytes far behind
-  // the end of any file, so a program that does not use this class neither sees nor minds it, and a
-  // file system without locks has no share modes. Of two that open at the same moment and exclude
-  // each other both may be refused. Without a share mode nothing is denied.
+  // A share mode holds against every other CFile and every handle of CreateFileW, in this process
+  // and in others: what one denies, another has no access to (32), whichever came first. It is kept
+  // as locks on bytes far behind the end of any file, so a program that does not use this class
+  // neither sees nor minds it, and a file system without locks has no share modes. Of two that open
+  // at the same moment and exclude each other both may be refused. Without a share mode nothing is
+  // denied.
   virtual bool Open(const wchar_t* name, UINT flags, CFileException* error = nullptr);
 
   // Reads at the position and moves it. Gives the bytes read, fewer than `count` only at the end of

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "qelbase/export.h"
 #include "qelbase/outside/system/types.h"
@@ -22,7 +23,7 @@ class QELBASE_API CStringT {
   CStringT() = default;
   CStringT(const Char* text);
   CStringT(const Char* text, int length);
-  CStringT(const Text& text) : m_text(text) {}
+  CStringT(Text text) : m_text(std::move(text)) {}
   explicit CStringT(Char c, int count = 1);
   explicit CStringT(const OtherChar* text);
   explicit CStringT(const CStringT<OtherChar>& text);

@@ -21,17 +21,13 @@ Descriptor::~Descriptor() {
 }
 
 Descriptor Descriptor::open(const std::string& native, int flags, mode_t mode) {
-  while (true) {
-    const int descriptor = Calls().open(native.c_str(), flags | O_CLOEXEC, mode);
-    if (descriptor >= 0 || errno != EINTR) return Descriptor(descriptor);
-  }
+  return Descriptor(
+      UntilNotInterrupted([&] { return Calls().open(native.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 Descriptor Descriptor::openIn(int folder, const std::string& name, int flags, mode_t mode) {
-  while (true) {
-    const int descriptor = Calls().openat(folder, name.c_str(), flags | O_CLOEXEC, mode);
-    if (descriptor >= 0 || errno != EINTR) return Descriptor(descriptor);
-  }
+  return Descriptor(UntilNotInterrupted(
+      [&] { return Calls().openat(folder, name.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 bool Descriptor::close() {
@@ -42,8 +38,8 @@ bool Descriptor::close() {
 bool WriteAll(int descriptor, const void* data, std::size_t size) {
   const char* at = static_cast<const char*>(data);
   while (size > 0) {
-    const ssize_t written = Calls().write(descriptor, at, size);
-    if (written < 0 && errno == EINTR) continue;
+    const ssize_t written =
+        UntilNotInterrupted([&] { return Calls().write(descriptor, at, size); });
     if (written < 0) return false;
     at += written;
     size -= static_cast<std::size_t>(written);
@@ -54,8 +50,9 @@ bool WriteAll(int descriptor, const void* data, std::size_t size) {
 ssize_t ReadUpTo(int descriptor, void* data, std::size_t size) {
   std::size_t total = 0;
   while (total < size) {
-    const ssize_t got = Calls().read(descriptor, static_cast<char*>(data) + total, size - total);
-    if (got < 0 && errno == EINTR) continue;
+    char* at = static_cast<char*>(data) + total;
+    const ssize_t got =
+        UntilNotInterrupted([&] { return Calls().read(descriptor, at, size - total); });
     if (got < 0) return -1;
     if (got == 0) break;
     total += static_cast<std::size_t>(got);

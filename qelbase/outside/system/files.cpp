@@ -233,16 +233,18 @@ bool MatchesPattern(std::wstring_view name, std::wstring_view pattern) {
   return pattern.find_first_not_of(L"*?", at) == std::wstring_view::npos;
 }
 
-DWORD RemoveFileIn(int folder, const std::string& name) {
+DWORD RemoveFileIn(int folder, const std::string& name, bool is_regular) {
+  constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK;
   struct stat status {};
-  if (Calls().fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return codeIn(folder, errno, name);
-  }
+  Descriptor file;
+  if (is_regular) file = Descriptor::openIn(folder, name, flags);
+  const int found = file ? Calls().fstat(file.get(), &status)
+                         : Calls().fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+  if (found != 0) return codeIn(folder, errno, name);
   if (S_ISDIR(status.st_mode) || IsReadOnly(status)) return ERROR_ACCESS_DENIED;
-  if (S_ISREG(status.st_mode)) {
-    const Descriptor file = Descriptor::openIn(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (file && IsHeldAgainstDeletion(file.get())) return ERROR_SHARING_VIOLATION;
-  }
+  if (!file && S_ISREG(status.st_mode)) file = Descriptor::openIn(folder, name, flags);
+  const bool is_open = file && S_ISREG(status.st_mode);
+  if (is_open && IsHeldAgainstDeletion(file.get())) return ERROR_SHARING_VIOLATION;
   return Calls().unlinkat(folder, name.c_str(), 0) == 0 ? ERROR_SUCCESS
                                                         : codeIn(folder, errno, name);
 }

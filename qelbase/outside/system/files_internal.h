@@ -27,8 +27,9 @@ namespace qel::sys {
 // Creates a folder for the owner alone, exclusively. 0 or the code; 183 if anything is there.
 [[nodiscard]] DWORD CreatePrivateFolder(const wchar_t* path);
 
-// DeleteFileW of a name in an open folder (AT_FDCWD: of a native name). 0 or the code.
-[[nodiscard]] DWORD RemoveFileIn(int folder, const std::string& name);
+// DeleteFileW of a name in an open folder (AT_FDCWD: of a native name). 0 or the code. What a
+// listing told to be a regular file is looked at when it is open, which saves a call.
+[[nodiscard]] DWORD RemoveFileIn(int folder, const std::string& name, bool is_regular = false);
 
 // The same for RemoveDirectoryW.
 [[nodiscard]] DWORD RemoveFolderIn(int folder, const std::string& name);

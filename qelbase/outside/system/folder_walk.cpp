@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/folder_walk_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
@@ -29,8 +30,8 @@ int FolderWalk::identify(int folder, Identity& identity) {
   return 0;
 }
 
-// Makes an open folder the one that is walked through.
-int FolderWalk::enter(Descriptor folder, std::string name) {
+// Makes the open folder `m_name` the one that is walked through.
+int FolderWalk::enter(Descriptor folder) {
   Level level;
   if (const int error = identify(folder.get(), level.identity); error != 0) return error;
   if (!m_levels.empty()) {
@@ -39,9 +40,10 @@ int FolderWalk::enter(Descriptor folder, std::string name) {
     if (!same) return EXDEV;
   }
   if (const int error = ListOpenFolder(folder.get(), level.entries); error != 0) return error;
+  if (!m_levels.empty()) m_path = path();
   level.folder = std::move(folder);
   level.path_length = m_path.size();
-  level.name = std::move(name);
+  level.name = m_name;
   m_levels.push_back(std::move(level));
   if (m_levels.size() > most_open) m_levels[m_levels.size() - 1 - most_open].folder = Descriptor();
   return 0;
@@ -54,7 +56,7 @@ int FolderWalk::begin(const std::string& native) {
   m_name = native;
   Descriptor folder = Descriptor::open(native, folder_flags);
   if (!folder) return errno;
-  if (const int error = enter(std::move(folder), native); error != 0) return error;
+  if (const int error = enter(std::move(folder)); error != 0) return error;
   m_begins = true;
   return 0;
 }
@@ -64,18 +66,17 @@ FolderWalk::Step FolderWalk::fail(int error) {
   return m_step = failed;
 }
 
-void FolderWalk::take(const Entry& entry) {
-  m_name = NativeText(entry.name);
-  m_path.resize(m_levels.back().path_length);
-  if (!m_path.empty()) m_path += L'\\';
-  m_path += entry.name;
+std::wstring FolderWalk::path() const {
+  const bool is_level = m_step == entered || (m_levels.empty() && m_step != failed);
+  if (is_level) return m_path;
+  return (m_path.empty() ? L"" : m_path + L'\\') + FromNative(m_name);
 }
 
 FolderWalk::Step FolderWalk::descend() {
   Descriptor folder = Descriptor::openIn(m_levels.back().folder.get(), m_name, folder_flags);
   if (!folder && (errno == ENOTDIR || errno == ELOOP)) return m_step = file;  // it was replaced
   if (!folder) return fail(errno);
-  const int error = enter(std::move(folder), m_name);
+  const int error = enter(std::move(folder));
   return error == 0 ? m_step = entered : fail(error);
 }
 
@@ -96,7 +97,7 @@ int FolderWalk::reopen(const Descriptor& child, Level& parent) {
 FolderWalk::Step FolderWalk::ascend() {
   Level done = std::move(m_levels.back());
   m_levels.pop_back();
-  m_path.resize(done.path_length);
+  m_path.resize(m_levels.empty() ? 0 : m_levels.back().path_length);
   m_name = std::move(done.name);
   if (m_levels.empty()) return m_step = left;
   const int error = reopen(done.folder, m_levels.back());
@@ -110,10 +111,11 @@ FolderWalk::Step FolderWalk::next() {
   if (std::exchange(m_begins, false)) return m_step = entered;
   Level& level = m_levels.back();
   if (level.next == level.entries.size()) return ascend();
-  const Entry& entry = level.entries[level.next++];
-  take(entry);
-  if (entry.is_folder) return descend();
-  return m_step = file;
+  const Entry entry = level.entries[level.next++];
+  m_name = entry.native;
+  m_is_regular = entry.is_regular;
+  m_step = file;
+  return entry.is_folder ? descend() : m_step;
 }
 
 void FolderWalk::passOver() {
@@ -127,6 +129,32 @@ int FolderWalk::folder() const {
 int FolderWalk::remove() {
   const int flags = m_step == left ? AT_REMOVEDIR : 0;
   return Calls().unlinkat(folder(), m_name.c_str(), flags) == 0 ? 0 : errno;
+}
+
+DWORD RemoveTree(const std::string& native, FolderWalk& walk,
+                 const std::function<DWORD(bool is_folder)>& remove) {
+  if (const int error = walk.begin(native); error != 0) return ErrorOfPath(error, native);
+  for (FolderWalk::Step step = walk.next(); step != FolderWalk::ended; step = walk.next()) {
+    DWORD code = ERROR_SUCCESS;
+    if (step == FolderWalk::file || step == FolderWalk::left) code = remove(step == walk.left);
+    const bool is_gone = step == FolderWalk::failed && walk.error() == ENOENT;
+    if (step == FolderWalk::failed && !is_gone) code = ErrorFromErrno(walk.error());
+    if (code != ERROR_SUCCESS) return code;
+  }
+  return ERROR_SUCCESS;
+}
+
+DWORD RemoveTree(const std::string& native) {
+  struct stat status {};
+  if (Calls().lstat(native.c_str(), &status) != 0) return ErrorOfPath(errno, native);
+  if (!S_ISDIR(status.st_mode)) {
+    return Calls().unlink(native.c_str()) == 0 ? ERROR_SUCCESS : ErrorOfPath(errno, native);
+  }
+  FolderWalk walk;
+  return RemoveTree(native, walk, [&walk](bool) {
+    const int error = walk.remove();
+    return error == 0 || error == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(error);
+  });
 }
 
 }  // namespace qel::sys

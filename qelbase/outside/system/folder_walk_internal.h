@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -44,7 +45,8 @@ class FolderWalk {
   // The entry's name in that folder; its path from the folder where the walk began, "" for that
   // one, with components joined by `\`.
   const std::string& name() const { return m_name; }
-  const std::wstring& path() const { return m_path; }
+  std::wstring path() const;
+  bool isRegular() const { return m_is_regular; }  // after `file`, as the folder's listing told
   std::size_t depth() const { return m_levels.size(); }
   // Removes the entry of the last step. 0 or errno.
   [[nodiscard]] int remove();
@@ -58,26 +60,35 @@ class FolderWalk {
   struct Level {
     Descriptor folder;
     Identity identity;
-    std::vector<Entry> entries;
+    EntryList entries;
     std::size_t next = 0;
     std::size_t path_length = 0;
     std::string name;
   };
 
-  int enter(Descriptor folder, std::string name);
+  int enter(Descriptor folder);
   Step descend();
   Step ascend();
   static int identify(int folder, Identity& identity);
   static int reopen(const Descriptor& child, Level& parent);
-  void take(const Entry& entry);
   Step fail(int error);
 
   std::deque<Level> m_levels;
   std::string m_name;
-  std::wstring m_path;
+  std::wstring m_path;  // of the last level
   Step m_step = ended;
+  bool m_is_regular = false;
   bool m_begins = false;  // the first folder's `entered` comes next
   int m_error = 0;
 };
+
+// Walks through a folder and has `remove` take each entry away, a folder behind its content. Stops
+// with the first code that is not 0, and `walk` then is where that came up. A folder that is gone
+// when its turn comes is no failure.
+[[nodiscard]] DWORD RemoveTree(const std::string& native, FolderWalk& walk,
+                               const std::function<DWORD(bool is_folder)>& remove);
+
+// The same with whatever stands under a name, read-only or not; of a link, the link. 0 or the code.
+[[nodiscard]] DWORD RemoveTree(const std::string& native);
 
 }  // namespace qel::sys

@@ -143,10 +143,8 @@ DWORD share(const Descriptor& file, const Request& request) {
   const int error = TakeShare(file.get(), request.access, request.sharing);
   if (error != 0) return ErrorFromErrno(error);
   if (!truncates(request.disposition)) return ERROR_SUCCESS;
-  while (Calls().ftruncate(file.get(), 0) != 0) {
-    if (errno != EINTR) return ErrorFromErrno(errno);
-  }
-  return ERROR_SUCCESS;
+  const auto truncate = [&] { return Calls().ftruncate(file.get(), 0); };
+  return UntilNotInterrupted(truncate) == 0 ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
 HANDLE openFile(const Request& request) {

@@ -21,81 +21,21 @@ namespace qel::sys {
 
 namespace {
 
-// --- order -------------------------------------------------------------------------------------
-
-struct SortKey {
-  std::uint64_t head;  // the first characters behind what all names begin with
-  std::wstring_view upper;
-  std::uint32_t index;
-};
-
-wchar_t upperOf(wchar_t c) {
-  if (c < 0x80) return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - (L'a' - L'A')) : c;
-  return ToUpper(c);
-}
-
-// All names upper-cased, one behind the other.
-std::wstring upperText(const std::vector<Entry>& entries) {
-  std::size_t size = 0;
-  for (const Entry& entry : entries) size += entry.name.size();
-  std::wstring text;
-  text.reserve(size);
-  for (const Entry& entry : entries) {
-    for (const wchar_t c : entry.name) text += upperOf(c);
-  }
-  return text;
-}
-
-std::vector<SortKey> keysOf(const std::vector<Entry>& entries, const std::wstring& text) {
-  std::vector<SortKey> keys;
-  keys.reserve(entries.size());
-  std::size_t at = 0;
-  for (const Entry& entry : entries) {
-    const std::wstring_view upper(text.data() + at, entry.name.size());
-    keys.push_back({0, upper, static_cast<std::uint32_t>(keys.size())});
-    at += upper.size();
-  }
-  return keys;
-}
-
-std::size_t commonLength(const std::vector<SortKey>& keys) {
-  std::size_t length = keys.front().upper.size();
-  for (const SortKey& key : keys) {
-    const auto differs = std::ranges::mismatch(key.upper, keys.front().upper).in1;
-    length = std::min(length, static_cast<std::size_t>(differs - key.upper.begin()));
-  }
-  return length;
-}
-
-// As many characters as fit, with the same number of bits each. 16 bits are enough to tell most
-// names apart.
-std::uint64_t headOf(std::wstring_view upper, unsigned bits) {
-  const std::uint64_t largest = (1u << bits) - 1;
-  std::uint64_t head = 0;
-  for (std::size_t i = 0; i < 64 / bits; ++i) {
-    const std::uint64_t c = i < upper.size() ? static_cast<std::uint32_t>(upper[i]) : 0;
-    head = head << bits | std::min(c, largest);
-  }
-  return head;
-}
-
 // --- reading -----------------------------------------------------------------------------------
-
-bool isDots(const char* name) {
-  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 // The kind of an entry, with the question to the system that some file systems and every link need.
 // False if the entry is gone.
 bool kindOf(int folder, const dirent& found, bool follow, Entry& entry) {
   entry.is_link = found.d_type == DT_LNK;
   entry.is_folder = found.d_type == DT_DIR;
+  entry.is_regular = found.d_type == DT_REG;
   if (found.d_type != DT_UNKNOWN && !(entry.is_link && follow)) return true;
   struct stat status {};
   if (Calls().fstatat(folder, found.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return errno != ENOENT;
   }
   entry.is_link = S_ISLNK(status.st_mode);
+  entry.is_regular = S_ISREG(status.st_mode);
   if (entry.is_link && follow) Calls().fstatat(folder, found.d_name, &status, 0);
   entry.is_folder = S_ISDIR(status.st_mode);
   return true;
@@ -103,31 +43,24 @@ bool kindOf(int folder, const dirent& found, bool follow, Entry& entry) {
 
 // Reads the whole folder, whose stream is closed. 0 or errno.
 int readEntries(DIR* stream, int folder, bool follow, std::wstring_view pattern,
-                std::vector<Entry>& entries) {
+                EntryList& entries) {
   const bool all = pattern == L"*" || pattern == L"*.*";
   errno = 0;
   while (const dirent* found = Calls().readdir(stream)) {
-    Entry entry{{}, false, false};
-    if (!isDots(found->d_name)) {
-      entry.name = FromNative(found->d_name);
-      const bool wanted = all || MatchesPattern(entry.name, pattern);
-      if (wanted && kindOf(folder, *found, follow, entry)) entries.push_back(std::move(entry));
-    }
+    Entry entry{found->d_name, false, false};
+    const bool wanted = !IsDots(entry.native) && (all || MatchesPattern(entry.name(), pattern));
+    if (wanted && kindOf(folder, *found, follow, entry)) entries.add(entry);
     errno = 0;
   }
   const int error = errno;
   Calls().closedir(stream);
-  if (error == 0) SortEntries(entries);
+  if (error == 0) entries.sort();
   return error;
 }
 
-void addDots(std::wstring_view pattern, std::vector<Entry>& entries) {
-  std::vector<Entry> dots;
-  for (const wchar_t* name : {L".", L".."}) {
-    if (MatchesPattern(name, pattern)) dots.push_back({name, true, false});
-  }
-  entries.insert(entries.begin(), std::make_move_iterator(dots.begin()),
-                 std::make_move_iterator(dots.end()));
+void addDots(std::wstring_view pattern, EntryList& entries) {
+  if (MatchesPattern(L"..", pattern)) entries.addFirst({"..", true, false});
+  if (MatchesPattern(L".", pattern)) entries.addFirst({".", true, false});
 }
 
 // --- one listing -------------------------------------------------------------------------------
@@ -152,7 +85,7 @@ DWORD nativeFolder(const Target& target, std::string& native) {
                                                                         : GetLastError();
 }
 
-DWORD listMatching(const Target& target, std::vector<Entry>& entries) {
+DWORD listMatching(const Target& target, EntryList& entries) {
   std::string native;
   if (const DWORD code = nativeFolder(target, native); code != 0) return code;
   DIR* stream = Calls().opendir(native.c_str());
@@ -163,7 +96,7 @@ DWORD listMatching(const Target& target, std::vector<Entry>& entries) {
   return entries.empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
 }
 
-DWORD listOne(std::wstring_view path, std::vector<Entry>& entries) {
+DWORD listOne(std::wstring_view path, EntryList& entries) {
   std::string native;
   if (path.empty()) return ERROR_PATH_NOT_FOUND;
   if (IsSeparator(path.back())) return ERROR_FILE_NOT_FOUND;
@@ -172,19 +105,18 @@ DWORD listOne(std::wstring_view path, std::vector<Entry>& entries) {
   if (Calls().lstat(native.c_str(), &status) != 0) return ErrorOfPath(errno, native);
   const bool is_link = S_ISLNK(status.st_mode);
   if (is_link) Calls().stat(native.c_str(), &status);
-  entries.push_back({FromNative(NameOf(native)), S_ISDIR(status.st_mode), is_link});
+  entries.add({NameOf(native), S_ISDIR(status.st_mode), is_link});
   return ERROR_SUCCESS;
 }
 
 struct Listing {
   std::string folder;  // native
-  std::vector<Entry> entries;
+  EntryList entries;
   std::size_t next = 0;
 };
 
 std::string nativeOf(const Listing& listing, const Entry& entry) {
-  std::string name = NativeText(entry.name);
-  return listing.folder == "/" ? "/" + name : listing.folder + "/" + name;
+  return (listing.folder == "/" ? "/" : listing.folder + "/").append(entry.native);
 }
 
 FILETIME fileTimeOf(const timespec& time) {
@@ -202,15 +134,15 @@ struct Found {
 // The next entry that is still there; false at the end.
 bool takeNext(Listing& listing, Found& found) {
   while (listing.next < listing.entries.size()) {
-    const Entry& entry = listing.entries[listing.next++];
+    const Entry entry = listing.entries[listing.next++];
     const std::string native = nativeOf(listing, entry);
     found.status = {};
     const bool there = Calls().stat(native.c_str(), &found.status) == 0 ||
                        Calls().lstat(native.c_str(), &found.status) == 0;
     if (!there) continue;
-    const bool is_dots = entry.name == L"." || entry.name == L"..";
-    found.attributes = is_dots ? FILE_ATTRIBUTE_DIRECTORY : AttributesOf(native, found.status);
-    found.name = entry.name;
+    found.attributes =
+        IsDots(entry.native) ? FILE_ATTRIBUTE_DIRECTORY : AttributesOf(native, found.status);
+    found.name = entry.name();
     return true;
   }
   return false;
@@ -313,25 +245,7 @@ int failListing() {
 
 }  // namespace
 
-void SortEntries(std::vector<Entry>& entries) {
-  if (entries.size() < 2) return;
-  const std::wstring text = upperText(entries);
-  std::vector<SortKey> keys = keysOf(entries, text);
-  const std::size_t common = commonLength(keys);
-  const bool is_narrow = std::ranges::all_of(text, [](wchar_t c) { return c < 0xFF; });
-  for (SortKey& key : keys) key.head = headOf(key.upper.substr(common), is_narrow ? 8 : 16);
-  std::sort(keys.begin(), keys.end(), [&](const SortKey& a, const SortKey& b) {
-    if (a.head != b.head) return a.head < b.head;
-    if (const int order = a.upper.compare(b.upper); order != 0) return order < 0;
-    return entries[a.index].name < entries[b.index].name;
-  });
-  std::vector<Entry> sorted;
-  sorted.reserve(entries.size());
-  for (const SortKey& key : keys) sorted.push_back(std::move(entries[key.index]));
-  entries = std::move(sorted);
-}
-
-DWORD ListEntries(std::wstring_view path, std::vector<Entry>& entries) {
+DWORD ListEntries(std::wstring_view path, EntryList& entries) {
   entries.clear();
   const Target target = targetOf(path);
   const DWORD code = target.has_pattern ? listMatching(target, entries) : listOne(path, entries);
@@ -339,7 +253,7 @@ DWORD ListEntries(std::wstring_view path, std::vector<Entry>& entries) {
   return code;
 }
 
-int ListOpenFolder(int folder, std::vector<Entry>& entries) {
+int ListOpenFolder(int folder, EntryList& entries) {
   entries.clear();
   Descriptor again = Descriptor::openIn(folder, ".", O_RDONLY | O_DIRECTORY);
   if (!again) return errno;

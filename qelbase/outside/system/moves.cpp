@@ -51,10 +51,7 @@ int renameFileOntoPlaceholder(const std::string& from, const std::string& to) {
 }
 
 bool syncOpen(int descriptor) {
-  while (Calls().fsync(descriptor) != 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
+  return UntilNotInterrupted([&] { return Calls().fsync(descriptor); }) == 0;
 }
 
 bool meansUnsupported(int error) {

@@ -94,8 +94,15 @@ constexpr wchar_t carry(char byte) {
   return static_cast<wchar_t>(byte_block + static_cast<unsigned char>(byte));
 }
 
+constexpr std::array<bool, 0x80> refused = [] {
+  std::array<bool, 0x80> table{};
+  for (std::size_t c = 0; c < 32; ++c) table[c] = true;
+  for (const char32_t c : std::u32string_view(U"<>\"|?*:")) table[c] = true;
+  return table;
+}();
+
 constexpr bool isRefused(char32_t c) {
-  return c < 32 || std::u32string_view(U"<>\"|?*:").find(c) != std::u32string_view::npos;
+  return c < refused.size() && refused[c];
 }
 
 constexpr bool isHighSurrogate(char32_t c) {
@@ -174,10 +181,6 @@ void appendWide(std::string_view native, MustCarry must_carry, std::wstring& out
 
 // --- to native ---------------------------------------------------------------------------------
 
-bool isDots(std::string_view name) {
-  return name == "." || name == "..";
-}
-
 // A native name while it is put together from components. `..` never climbs above the base.
 class NativeName {
  public:
@@ -193,7 +196,7 @@ class NativeName {
       if (isRefused(c) || c == byte_block + '/' || c > 0x10FFFF) return false;
       appendNative(c, m_text);
     }
-    return !isDots(std::string_view(m_text).substr(start));
+    return !IsDots(std::string_view(m_text).substr(start));
   }
 
   void climb() {
@@ -334,7 +337,7 @@ constexpr bool mustBeCarriedInName(char32_t c) {
 
 void appendWideComponent(std::string_view component, std::wstring& out) {
   const bool closes = component.ends_with('.') || component.ends_with(' ');
-  if (!closes || isDots(component)) return appendWide(component, mustBeCarriedInName, out);
+  if (!closes || IsDots(component)) return appendWide(component, mustBeCarriedInName, out);
   appendWide(component.substr(0, component.size() - 1), mustBeCarriedInName, out);
   out += carry(component.back());
 }
@@ -384,6 +387,7 @@ bool ToNativeForCreation(std::wstring_view path, std::string& native) {
 }
 
 std::wstring FromNative(std::string_view native) {
+  if (IsPlain(native)) return {native.begin(), native.end()};
   std::wstring path;
   path.reserve(native.size());
   if (!native.starts_with('/')) {
@@ -422,6 +426,16 @@ void SetShareRoot(std::wstring_view server, std::string_view native_root) {
 bool IsAbsolute(std::wstring_view path) {
   if (hasDrive(path)) return path.size() > 2 && IsSeparator(path[2]);
   return !path.empty() && IsSeparator(path[0]);
+}
+
+bool IsPlain(std::string_view name) {
+  static constexpr std::array<bool, 256> plain = [] {
+    std::array<bool, 256> table{};
+    for (char32_t c = 0; c < 0x80; ++c) table[c] = !mustBeCarriedInName(c) && c != U'/';
+    return table;
+  }();
+  const auto is_plain = [](char c) { return plain[static_cast<unsigned char>(c)]; };
+  return std::ranges::all_of(name, is_plain) && !name.ends_with('.') && !name.ends_with(' ');
 }
 
 std::string ParentOf(std::string_view native) {

@@ -19,6 +19,13 @@ inline constexpr bool IsSeparator(wchar_t c) {
 // exist yet, and QEL_NATIVE_NAMES=1 is not set.
 [[nodiscard]] bool IsRefusedForCreation(const std::string& native);
 
+[[nodiscard]] constexpr bool IsDots(std::string_view native) {
+  return native == "." || native == "..";
+}
+
+// Every byte of the native name is one and the same character in its Windows name.
+[[nodiscard]] bool IsPlain(std::string_view name);
+
 // The folder that a native name lies in, "." for a bare name; and its last component, empty for
 // "/".
 [[nodiscard]] std::string ParentOf(std::string_view native);

@@ -47,17 +47,14 @@ struct flock range(short type, off_t byte) {
 // 0, or errno.
 int take(int descriptor, off_t byte) {
   struct flock wanted = range(F_RDLCK, byte);
-  while (Calls().lock(descriptor, F_OFD_SETLK, &wanted) != 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
+  const auto lock = [&] { return Calls().lock(descriptor, F_OFD_SETLK, &wanted); };
+  return UntilNotInterrupted(lock) == 0 ? 0 : errno;
 }
 
 int othersHold(int descriptor, off_t byte, bool& held) {
   struct flock asked = range(F_WRLCK, byte);
-  while (Calls().lock(descriptor, F_OFD_GETLK, &asked) != 0) {
-    if (errno != EINTR) return errno;
-  }
+  const auto ask = [&] { return Calls().lock(descriptor, F_OFD_GETLK, &asked); };
+  if (UntilNotInterrupted(ask) != 0) return errno;
   held = asked.l_type != F_UNLCK;
   return 0;
 }

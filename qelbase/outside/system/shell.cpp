@@ -9,6 +9,7 @@
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files.h"
 #include "qelbase/outside/system/files_internal.h"
+#include "qelbase/outside/system/folder_walk_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/shell_internal.h"
@@ -51,25 +52,12 @@ int codeOf(int error, const std::string& native) {
 
 // --- deleting ----------------------------------------------------------------------------------
 
-// -1 and errno at the first thing that does not go.
-int deleteTree(const std::string& native) {
-  struct stat status {};
-  if (Calls().lstat(native.c_str(), &status) != 0) return -1;
-  if (!S_ISDIR(status.st_mode)) return Calls().unlink(native.c_str());
-  const std::optional<std::vector<std::string>> names = NamesIn(native);
-  if (!names) return -1;
-  for (const std::string& name : *names) {
-    if (deleteTree((native + "/").append(name)) != 0) return -1;
-  }
-  return Calls().rmdir(native.c_str());
-}
-
 int deleteOne(const std::string& native, bool undoable) {
   if (NameOf(native).empty() || NameOf(native) == "." || NameOf(native) == "..") {
     return DE_INVALIDFILES;
   }
-  const int result = undoable ? MoveToTrash(native) : deleteTree(native);
-  return result == 0 ? 0 : codeOf(errno, native);
+  if (!undoable) return static_cast<int>(RemoveTree(native));
+  return MoveToTrash(native) == 0 ? 0 : codeOf(errno, native);
 }
 
 int deleteMatching(const std::wstring& path, bool undoable, bool files_only) {

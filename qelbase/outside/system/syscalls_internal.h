@@ -12,6 +12,8 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 struct statx;
 
 namespace qel::sys {
@@ -65,6 +67,14 @@ struct SystemCalls {
   int (*mutex_init)(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);  // gives errno
   void* (*malloc)(size_t size);  // of the blocks of memory.h
 };
+
+// Calls again for as long as a call fails with EINTR.
+template <class Call>
+auto UntilNotInterrupted(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
 
 // The table in force. A test copies it, puts its own functions in, and puts the copy back.
 SystemCalls& Calls();
