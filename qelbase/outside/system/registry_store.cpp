@@ -161,10 +161,10 @@ DWORD CheckKey(Connection& connection, KeyId id) {
 
 DWORD FindPlace(Place from, std::wstring_view path, Place& out) {
   const std::uint64_t at = from.hive->at();
-  ReadCache::Step step{};
-  if (from.hive->cache().find(at, from.id, path, step)) {
-    out = {step.hive, step.id};
-    return step.code;
+  ReadCache::Step room{};
+  if (const auto* const step = from.hive->cache().find(at, from.id, path, room)) {
+    out = {step->hive, step->id};
+    return step->code;
   }
   std::vector<std::wstring> names;
   std::size_t done = 0;
@@ -306,28 +306,30 @@ DWORD ReadListing(Place place, std::shared_ptr<const Listing>& out) {
   return ERROR_SUCCESS;
 }
 
-DWORD ReadValue(Place place, std::wstring_view name, Value& out) {
+DWORD ReadValue(Place place, std::wstring_view name, ReadCache::ValueResult& room,
+                const Value*& out) {
   const std::uint64_t at = place.hive->at();
-  ReadCache::ValueResult result{};
-  if (!place.hive->cache().find(at, place.id, name, result)) {
-    const std::string key = folded(name);
-    result.code = place.hive->read([&](Connection& connection) {
-      {
-        Statement find =
-            connection.prepare("SELECT type, data FROM entries WHERE key = ? AND folded = ?");
-        if (find.bind(place.id).bind(std::string_view(key)).step()) {
-          result.value = {static_cast<DWORD>(find.number(0)), std::string(find.bytes(1))};
-          return ERROR_SUCCESS;
-        }
-      }
-      const DWORD code = CheckKey(connection, place.id);
-      return code == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : code;
-    });
-    const bool told = result.code == ERROR_SUCCESS || result.code == ERROR_FILE_NOT_FOUND;
-    if (told && place.hive->at() == at) place.hive->cache().keep(at, place.id, name, result);
+  if (const auto* const known = place.hive->cache().find(at, place.id, name, room)) {
+    out = &known->value;
+    return known->code;
   }
-  if (result.code == ERROR_SUCCESS) out = std::move(result.value);
-  return result.code;
+  const std::string key = folded(name);
+  room.code = place.hive->read([&](Connection& connection) {
+    {
+      Statement find =
+          connection.prepare("SELECT type, data FROM entries WHERE key = ? AND folded = ?");
+      if (find.bind(place.id).bind(std::string_view(key)).step()) {
+        room.value = {static_cast<DWORD>(find.number(0)), std::string(find.bytes(1))};
+        return ERROR_SUCCESS;
+      }
+    }
+    const DWORD code = CheckKey(connection, place.id);
+    return code == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : code;
+  });
+  const bool told = room.code == ERROR_SUCCESS || room.code == ERROR_FILE_NOT_FOUND;
+  if (told && place.hive->at() == at) place.hive->cache().keep(at, place.id, name, room);
+  out = &room.value;
+  return room.code;
 }
 
 DWORD WriteValue(Place place, std::wstring_view name, DWORD type, std::string_view data) {
