@@ -48,7 +48,9 @@ std::string folded(std::string_view name) {
 
 void copyValues(Connection& from, KeyId source, Connection& to, KeyId target) {
   Statement find =
-      from.prepare("SELECT name, type, data, changed FROM entries WHERE key = ? ORDER BY id");
+      from.prepare(HasValueTimes(from)
+                       ? "SELECT name, type, data, changed FROM entries WHERE key = ? ORDER BY id"
+                       : "SELECT name, type, data, 0 FROM entries WHERE key = ? ORDER BY id");
   find.bind(source);
   while (find.step()) {
     const std::string name = NameBytes(find.name(0));

@@ -41,9 +41,10 @@ constexpr const char* kTables[] = {
   changed INTEGER NOT NULL DEFAULT 0,
   UNIQUE(key, folded)))",
     "PRAGMA application_id = 1365593160",
-    "PRAGMA user_version = 1",
+    "PRAGMA user_version = 2",
 };
 static_assert(kApplicationId == 1365593160);
+constexpr std::int64_t kLayout = 2;
 
 constexpr mode_t kAnyWriter = 0222;
 
@@ -113,10 +114,24 @@ class Transaction {
   bool m_done = false;
 };
 
-// A file with tables of its own is left alone.
+std::int64_t layoutOf(Connection& connection) {
+  Statement version = connection.prepare("PRAGMA user_version");
+  return version.step() ? version.number(0) : 0;
+}
+
+// The first form of layout 1 had the times of its keys only.
+void upgrade(Connection& connection) {
+  if (layoutOf(connection) == kLayout) return;
+  if (!HasValueTimes(connection)) {
+    connection.execute("ALTER TABLE entries ADD COLUMN changed INTEGER NOT NULL DEFAULT 0");
+  }
+  connection.execute("PRAGMA user_version = 2");
+}
+
+// A file with tables of its own is left alone, and so is a hive of a later layout.
 bool isHive(Connection& connection) {
   Statement id = connection.prepare("PRAGMA application_id");
-  return id.step() && id.number(0) == kApplicationId;
+  return id.step() && id.number(0) == kApplicationId && layoutOf(connection) <= kLayout;
 }
 
 bool isNew(Connection& connection) {
@@ -275,14 +290,15 @@ DWORD Hive::openFile() {
   // Without the log of writes beside it the file stands for itself.
   m_immutable = !exists(m_plan.file + "-wal");
   Lease lease(*this);
-  return isHive(*lease) ? ERROR_SUCCESS : ERROR_NOT_REGISTRY_FILE;
+  if (!isHive(*lease)) return ERROR_NOT_REGISTRY_FILE;
+  return HasValueTimes(*lease) ? ERROR_SUCCESS : ERROR_BADDB;  // who may write it must upgrade it
 }
 
 // True if opening has nothing to write, so that it waits for no writer.
 bool Hive::isReady() {
   if (m_sequence.hasDeadWriter()) return false;
   Lease lease(*this);
-  if (!isHive(*lease)) return false;
+  if (!isHive(*lease) || layoutOf(*lease) != kLayout) return false;
   {
     Statement mode = (*lease).prepare("PRAGMA journal_mode");
     if (!mode.step() || mode.bytes(0) != "wal") return false;
@@ -318,6 +334,7 @@ void Hive::makeContent(Connection& connection) {
       if (MakePath(connection, kRoot, path, now, id) != ERROR_SUCCESS) break;
     }
   }
+  upgrade(connection);
   DropStaleKeys(connection);
   transaction.commit();
   if (m_plan.is_hardware) FillHardware(connection);

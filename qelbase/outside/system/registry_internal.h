@@ -74,6 +74,8 @@ struct NewKey {
 // 1018 unless the row is there.
 [[nodiscard]] DWORD CheckKey(Connection& connection, KeyId id);
 void DeleteTree(Connection& connection, KeyId id, bool keep_top);
+// False for a hive of the earlier layout.
+[[nodiscard]] bool HasValueTimes(Connection& connection);
 // Volatile keys of an earlier start of the machine.
 [[nodiscard]] bool HasStaleKeys(Connection& connection);
 void DropStaleKeys(Connection& connection);
