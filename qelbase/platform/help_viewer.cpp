@@ -6,7 +6,7 @@
 #include "qelbase/outside/system/environment.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/modules.h"
-#include "qelbase/outside/system/registry.h"
+#include "qelbase/outside/system/registry_key_internal.h"
 #include "qelbase/platform/help_viewer_internal.h"
 
 namespace qel::platform {
@@ -36,13 +36,12 @@ std::string expanded(const char* path) {
 
 // What the registry names; empty if it names none.
 std::string serverPath() {
-  HKEY key = nullptr;
-  if (RegOpenKeyExA(HKEY_CLASSES_ROOT, kServerKey, 0, KEY_READ, &key) != 0) return {};
+  RegistryKey key;
+  if (RegOpenKeyExA(HKEY_CLASSES_ROOT, kServerKey, 0, KEY_READ, key.out()) != 0) return {};
   std::array<char, kLongestPath> buffer{};
   DWORD size = static_cast<DWORD>(buffer.size());
   DWORD type = REG_NONE;
-  const LSTATUS code = RegQueryValueExA(key, "", nullptr, &type, buffer.data(), &size);
-  RegCloseKey(key);
+  const LSTATUS code = RegQueryValueExA(key.get(), "", nullptr, &type, buffer.data(), &size);
   buffer.back() = '\0';
   if (code != 0) return {};
   return type == REG_EXPAND_SZ ? expanded(buffer.data()) : std::string(buffer.data());

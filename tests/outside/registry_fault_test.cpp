@@ -48,10 +48,24 @@ LSTATUS setBoth(std::uint32_t value) {
 
 class RegistryFaults : public testing::Test {
  protected:
-  RegistryFaults() { leadDatabaseThroughTable(); }
+  RegistryFaults() {
+    leadDatabaseThroughTable();
+    EXPECT_EQ(setBoth(kOld), 0);
+  }
 
-  // Both values old, and the hive closed.
+  // Both values old, the hive closed, and its log as short as at the first time.
   void prepare() {
+    m_registry.close();
+    // What tells of changes goes on: what was remembered at a number must never come true again.
+    std::vector<fs::path> files;
+    for (const auto& file : fs::directory_iterator(m_registry.folder().path())) {
+      if (!file.path().string().ends_with("-seq")) files.push_back(file.path());
+    }
+    if (m_first.empty()) {
+      for (const fs::path& file : files) m_first[file] = readBytes(file);
+    }
+    for (const fs::path& file : files) fs::remove(file);
+    for (const auto& [file, bytes] : m_first) writeBytes(file, bytes);
     m_registry.reopen();
     ASSERT_EQ(setBoth(kOld), 0);
     m_registry.reopen();
@@ -67,12 +81,14 @@ class RegistryFaults : public testing::Test {
     m_registry.reopen();
   }
 
-  RegistryFolder m_registry;
+  // Where syncing takes no time: the disks that fail are those of the table of calls.
+  RegistryFolder m_registry{fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path()};
+  std::map<fs::path, std::string> m_first;  // files, by their names
 };
 
 TEST_F(RegistryFaults, GiveTheSystemsCodeAndLoseNothing) {
   const std::map<int, std::set<LSTATUS>> told = {
-      {ENOSPC, {112}}, {EIO, {1117}}, {EACCES, {5}}, {EMFILE, {4, 5}}};
+      {ENOSPC, {112}}, {EIO, {1117}}, {EACCES, {5}}, {EMFILE, {4}}};
   LSTATUS code = 0;
   const auto run = [&] {
     code = setBoth(kNew);
@@ -81,10 +97,7 @@ TEST_F(RegistryFaults, GiveTheSystemsCodeAndLoseNothing) {
   const auto check = [&](const Fault& fault) {
     const auto codes = told.find(fault.error);
     if (code != 0 && codes != told.end()) {
-      // Where the log cannot be opened for writing, the database falls back to reading; and a look
-      // at the modes that fails counts as a no.
-      const bool refused = code == 5 && (fault.call == "open" || fault.reading);
-      EXPECT_TRUE(codes->second.contains(code) || refused) << code;
+      EXPECT_TRUE(codes->second.contains(code)) << code;
     } else {
       EXPECT_EQ(code, 0);
     }

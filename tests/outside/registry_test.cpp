@@ -307,6 +307,35 @@ TEST_F(Registry, RefusesForeignAndDamagedFilesAndLeavesThemAlone) {
   }
 }
 
+TEST_F(Registry, TakesOverTheEarlierLayoutAndLeavesALaterOneAlone) {
+  const auto change = [&](const char* file, const char* sql) {
+    registry::UseRegistryFolder("/nowhere/qeltest");
+    sqlite3* database = nullptr;
+    sqlite3_open(m_registry.file(file).c_str(), &database);
+    EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    sqlite3_close(database);
+    m_registry.reopen();
+  };
+  constexpr const char* kEarlier =
+      "ALTER TABLE entries DROP COLUMN changed; PRAGMA user_version = 1";
+  set(make(HKEY_CURRENT_USER, L"Software\\E"), L"v", "kept");
+  const std::wstring saved = m_registry.folder().wide("saved");
+  ASSERT_EQ(RegSaveKeyW(HKEY_CURRENT_USER, saved.c_str(), nullptr), 0);
+  change("saved", kEarlier);
+  change("user.hive", kEarlier);
+  const HKEY key = make(HKEY_CURRENT_USER, L"Software\\E");
+  EXPECT_EQ(get(key, L"v"), "kept");
+  EXPECT_EQ(set(key, L"v", "new"), 0);
+  FILETIME written{};
+  EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr, nullptr, &written),
+            0);
+  ASSERT_EQ(RegRestoreKeyW(HKEY_CURRENT_USER, saved.c_str(), REG_FORCE_RESTORE), 0);
+  EXPECT_EQ(get(make(HKEY_CURRENT_USER, L"Software\\E"), L"v"), "kept");
+  change("user.hive", "PRAGMA user_version = 99");
+  EXPECT_EQ(openCode(HKEY_CURRENT_USER, L"Software\\E"), 1017);
+}
+
 TEST_F(Registry, TellsSizesAndTimes) {
   const HKEY key = make(HKEY_CURRENT_USER, L"Software\\I");
   make(key, L"four");

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <map>
-#include <memory>
 #include <mutex>
 
 #include "qelbase/outside/system/syscalls_internal.h"
@@ -49,11 +48,9 @@ int removeFile(const char* path) {
   return Calls().unlink(path);
 }
 
-// Syncing is no entry of SQLite's own table: the file's methods are replaced by these.
-struct Methods {
-  sqlite3_io_methods ours;
-  const sqlite3_io_methods* real;
-};
+// Syncing is no entry of SQLite's own table, so the methods of a file are replaced; all of the unix
+// VFS sync alike.
+int (*sync_really)(sqlite3_file*, int);
 
 // How a file of the unix VFS begins.
 struct UnixFile {
@@ -65,19 +62,17 @@ struct UnixFile {
 
 int syncFile(sqlite3_file* file, int flags) {
   if (Calls().fdatasync(reinterpret_cast<UnixFile*>(file)->fd) != 0) return SQLITE_IOERR_FSYNC;
-  return reinterpret_cast<const Methods*>(file->pMethods)->real->xSync(file, flags);
+  return sync_really(file, flags);
 }
 
 const sqlite3_io_methods* replaced(const sqlite3_io_methods* real) {
   static std::mutex& mutex = *new std::mutex;
-  static auto& kept = *new std::map<const sqlite3_io_methods*, std::unique_ptr<Methods>>;
+  static auto& kept = *new std::map<const sqlite3_io_methods*, sqlite3_io_methods>;
   const std::scoped_lock lock(mutex);
-  std::unique_ptr<Methods>& methods = kept[real];
-  if (!methods) {
-    methods = std::make_unique<Methods>(Methods{*real, real});
-    methods->ours.xSync = syncFile;
-  }
-  return &methods->ours;
+  sync_really = real->xSync;
+  sqlite3_io_methods& ours = kept.try_emplace(real, *real).first->second;
+  ours.xSync = syncFile;
+  return &ours;
 }
 
 sqlite3_vfs* unixVfs() {

@@ -11,11 +11,16 @@ namespace qeltest {
 
 class RegistryFolder {
  public:
-  RegistryFolder() { qel::sys::registry::UseRegistryFolder(m_folder.path().string()); }
-  ~RegistryFolder() { qel::sys::registry::UseRegistryFolder("/nowhere/qeltest"); }
+  explicit RegistryFolder(
+      const std::filesystem::path& above = std::filesystem::temp_directory_path())
+      : m_folder(above) {
+    reopen();
+  }
+  ~RegistryFolder() { close(); }
 
   // As another process finds it: every connection is made anew, handles are gone.
   void reopen() const { qel::sys::registry::UseRegistryFolder(m_folder.path().string()); }
+  void close() const { qel::sys::registry::UseRegistryFolder("/nowhere/qeltest"); }
   const TempFolder& folder() const { return m_folder; }
   std::filesystem::path file(std::string_view name) const { return m_folder / name; }
 

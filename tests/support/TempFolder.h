@@ -12,8 +12,8 @@ namespace qeltest {
 
 class TempFolder {
  public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qeltest.XXXXXX").string();
+  explicit TempFolder(const std::filesystem::path& above = std::filesystem::temp_directory_path()) {
+    std::string pattern = (above / "qeltest.XXXXXX").string();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make " + pattern);
     m_path = pattern;
   }

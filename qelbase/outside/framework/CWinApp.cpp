@@ -13,7 +13,7 @@
 #include "qelbase/outside/system/modules.h"
 #include "qelbase/outside/system/profile.h"
 #include "qelbase/outside/system/profile_internal.h"
-#include "qelbase/outside/system/registry.h"
+#include "qelbase/outside/system/registry_key_internal.h"
 #include "qelbase/outside/system/text.h"
 
 using namespace qel::sys;
@@ -52,26 +52,14 @@ std::wstring withoutExtension(const std::wstring& path) {
 
 // --- the registry ------------------------------------------------------------------------------
 
-// An open key, or null and the last error.
-class Key {
- public:
-  Key(HKEY parent, const std::wstring& path, REGSAM access) {
-    const LSTATUS code =
-        RegCreateKeyExW(parent, path.c_str(), 0, nullptr, 0, access, nullptr, &m_key, nullptr);
-    if (code != 0) SetLastError(static_cast<DWORD>(code));
-  }
-  ~Key() {
-    if (m_key) RegCloseKey(m_key);
-  }
-  Key(const Key&) = delete;
-  Key& operator=(const Key&) = delete;
-
-  explicit operator bool() const { return m_key != nullptr; }
-  HKEY get() const { return m_key; }
-
- private:
-  HKEY m_key = nullptr;
-};
+// An open key, or none and the last error.
+RegistryKey makeKey(const std::wstring& path, REGSAM access) {
+  RegistryKey key;
+  const LSTATUS code = RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, access,
+                                       nullptr, key.out(), nullptr);
+  if (code != 0) SetLastError(static_cast<DWORD>(code));
+  return key;
+}
 
 std::wstring applicationPath(const CWinApp& app) {
   std::wstring path = std::wstring(L"Software\\") + app.m_pszRegistryKey;
@@ -79,12 +67,12 @@ std::wstring applicationPath(const CWinApp& app) {
   return path;
 }
 
-Key sectionKey(const CWinApp& app, const wchar_t* section, REGSAM access) {
-  return {HKEY_CURRENT_USER, applicationPath(app) + L'\\' + section, access};
+RegistryKey sectionKey(const CWinApp& app, const wchar_t* section, REGSAM access) {
+  return makeKey(applicationPath(app) + L'\\' + section, access);
 }
 
 // The bytes of a value of this type; nothing for another one.
-std::optional<std::string> bytesOf(const Key& key, const wchar_t* entry, DWORD wanted) {
+std::optional<std::string> bytesOf(const RegistryKey& key, const wchar_t* entry, DWORD wanted) {
   DWORD type = 0;
   DWORD size = 0;
   std::string bytes;
@@ -107,7 +95,7 @@ BOOL outcome(LSTATUS code) {
 
 BOOL setValue(const CWinApp& app, const wchar_t* section, const wchar_t* entry, DWORD type,
               const void* data, std::size_t size) {
-  const Key key = sectionKey(app, section, KEY_SET_VALUE);
+  const RegistryKey key = sectionKey(app, section, KEY_SET_VALUE);
   if (!key) return 0;
   return outcome(RegSetValueExW(key.get(), entry, 0, type, data, static_cast<DWORD>(size)));
 }
@@ -118,12 +106,12 @@ BOOL removed(LSTATUS code) {
 }
 
 BOOL removeSection(const CWinApp& app, const wchar_t* section) {
-  const Key key(HKEY_CURRENT_USER, applicationPath(app), KEY_WRITE);
+  const RegistryKey key = makeKey(applicationPath(app), KEY_WRITE);
   return key ? removed(RegDeleteKeyW(key.get(), section)) : 0;
 }
 
 BOOL removeEntry(const CWinApp& app, const wchar_t* section, const wchar_t* entry) {
-  const Key key = sectionKey(app, section, KEY_SET_VALUE);
+  const RegistryKey key = sectionKey(app, section, KEY_SET_VALUE);
   return key ? removed(RegDeleteValueW(key.get(), entry)) : 0;
 }
 
@@ -169,7 +157,7 @@ UINT CWinApp::GetProfileInt(const wchar_t* section, const wchar_t* entry, int ot
                             : missing;
   }
   const LastErrorKeeper keeper;
-  const Key key = sectionKey(*this, section, KEY_READ);
+  const RegistryKey key = sectionKey(*this, section, KEY_READ);
   const auto bytes = key ? bytesOf(key, entry, REG_DWORD) : std::nullopt;
   UINT number = missing;
   if (bytes && bytes->size() == sizeof number) std::memcpy(&number, bytes->data(), sizeof number);
@@ -185,7 +173,7 @@ CStringW CWinApp::GetProfileString(const wchar_t* section, const wchar_t* entry,
                                            .value_or(otherwise ? otherwise : L""))
                             : CStringW(otherwise);
   }
-  const Key key = sectionKey(*this, section, KEY_READ);
+  const RegistryKey key = sectionKey(*this, section, KEY_READ);
   const auto bytes = key ? bytesOf(key, entry, REG_SZ) : std::nullopt;
   return bytes ? CStringW(FromUtf16Le(*bytes).c_str()) : CStringW(otherwise);
 }

@@ -170,10 +170,9 @@ std::string_view Statement::bytes(int column) const {
 // --- Connection ---
 
 Connection::Connection(const std::string& file, int flags) {
-  errno = 0;
-  const int result =
-      sqlite3_open_v2(file.c_str(), &m_database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
-  m_open_error = errno;
+  const bool writes = (flags & SQLITE_OPEN_READWRITE) != 0;
+  const int result = sqlite3_open_v2(file.c_str(), &m_database, flags | SQLITE_OPEN_NOMUTEX,
+                                     writes ? WritingVfs() : nullptr);
   if (result != SQLITE_OK) {
     const int error = m_database ? sqlite3_system_errno(m_database) : 0;
     sqlite3_close(m_database);
@@ -205,6 +204,23 @@ Statement Connection::prepare(const char* sql) {
     }
   }
   return Statement(m_database, statement);
+}
+
+void Connection::syncLog() {
+  const auto log = [this] {
+    sqlite3_file* file = nullptr;
+    sqlite3_file_control(m_database, "main", SQLITE_FCNTL_JOURNAL_POINTER, &file);
+    return file && file->pMethods ? file : nullptr;
+  };
+  if (!log()) execute("SELECT 1 FROM keys LIMIT 1");  // the first look at a database opens its log
+  sqlite3_file* const file = log();
+  if (!file) return;
+  int result = SQLITE_OK;
+  do {
+    errno = 0;
+    result = file->pMethods->xSync(file, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY);
+  } while (result != SQLITE_OK && errno == EINTR);
+  if (result != SQLITE_OK) throw DatabaseFailure{result, errno};
 }
 
 void Connection::writeNothingAtClose() {

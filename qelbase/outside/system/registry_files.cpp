@@ -48,7 +48,9 @@ std::string folded(std::string_view name) {
 
 void copyValues(Connection& from, KeyId source, Connection& to, KeyId target) {
   Statement find =
-      from.prepare("SELECT name, type, data, changed FROM entries WHERE key = ? ORDER BY id");
+      from.prepare(HasValueTimes(from)
+                       ? "SELECT name, type, data, changed FROM entries WHERE key = ? ORDER BY id"
+                       : "SELECT name, type, data, 0 FROM entries WHERE key = ? ORDER BY id");
   find.bind(source);
   while (find.step()) {
     const std::string name = NameBytes(find.name(0));
@@ -185,10 +187,10 @@ DWORD readFile(const std::string& file, const std::function<DWORD(Connection&)>&
 }
 
 DWORD parentOfHives(HKEY handle, Place& out) {
-  const KeyPointer key = FindKey(handle);
-  if (!key) return ERROR_INVALID_HANDLE;
-  out = key->place;
-  const bool right = !key->is_classes && out.hive->isMachine() && out.id <= kUsersRoot;
+  OpenKey key;
+  if (!FindKey(handle, key)) return ERROR_INVALID_HANDLE;
+  out = key.place;
+  const bool right = !key.is_classes && out.hive->isMachine() && out.id <= kUsersRoot;
   return right ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
 }
 
@@ -201,24 +203,24 @@ bool isKeyName(const wchar_t* name) {
 
 LSTATUS RegSaveKeyW(HKEY handle, const wchar_t* file, const SECURITY_ATTRIBUTES*) {
   if (!file) return ERROR_INVALID_PARAMETER;
-  const KeyPointer key = FindKey(handle);
-  if (!key) return ERROR_INVALID_HANDLE;
+  OpenKey key;
+  if (!FindKey(handle, key)) return ERROR_INVALID_HANDLE;
   std::string native;
   if (const DWORD code = nativeName(file, native, true)) return LSTATUS(code);
   Layers layers;
-  if (const DWORD code = FindLayers(*key, layers)) return LSTATUS(code);
+  if (const DWORD code = FindLayers(key, layers)) return LSTATUS(code);
   if (layers.count == 0) return ERROR_FILE_NOT_FOUND;
   return LSTATUS(saveKey(layers.places[0], native));
 }
 
 LSTATUS RegRestoreKeyW(HKEY handle, const wchar_t* file, DWORD flags) {
   if (!file) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_SET_VALUE, key)) return LSTATUS(code);
   std::string native;
   if (const DWORD code = nativeName(file, native, false)) return LSTATUS(code);
   Place place;
-  if (const DWORD code = FindWritten(*key, place)) return LSTATUS(code);
+  if (const DWORD code = FindWritten(key, place)) return LSTATUS(code);
   if (!(flags & REG_FORCE_RESTORE) && IsOpenBelow(place)) return ERROR_ACCESS_DENIED;
   return LSTATUS(readFile(native, [&](Connection& from) {
     return place.hive->write([&](Connection& to, std::uint64_t) {
@@ -286,14 +288,14 @@ LSTATUS RegUnLoadKeyW(HKEY handle, const wchar_t* subkey) {
 LSTATUS RegReplaceKeyW(HKEY handle, const wchar_t* subkey, const wchar_t* new_file,
                        const wchar_t* old_file) {
   if (!new_file || !old_file) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, 0, key)) return LSTATUS(code);
-  if (key->is_classes) return ERROR_INVALID_PARAMETER;
+  if (key.is_classes) return ERROR_INVALID_PARAMETER;
   std::string from, to;
   if (const DWORD code = nativeName(new_file, from, false)) return LSTATUS(code);
   if (const DWORD code = nativeName(old_file, to, true)) return LSTATUS(code);
   Place place;
-  if (const DWORD code = FindPlace(key->place, subkey ? subkey : L"", place)) return LSTATUS(code);
+  if (const DWORD code = FindPlace(key.place, subkey ? subkey : L"", place)) return LSTATUS(code);
   if (place.id != kRoot || place.hive->file().empty()) return ERROR_INVALID_PARAMETER;
   if (!place.hive->isWritable()) return ERROR_ACCESS_DENIED;
   return LSTATUS(readFile(from, [&](Connection&) -> DWORD {

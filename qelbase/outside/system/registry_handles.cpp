@@ -1,7 +1,6 @@
 // The table of open keys, and what a handle stands for.
 
-#include <array>
-#include <deque>
+#include <algorithm>
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/registry_internal.h"
@@ -11,86 +10,131 @@ namespace qel::sys::registry {
 
 namespace {
 
-constexpr std::uint32_t kPredefined = 7;
+// --- the table -----------------------------------------------------------------------------------
 
 // A handle is the slot's number and how often the slot was used, so that a stale one is known. Bits
 // above keep it apart from small numbers and addresses.
 constexpr std::uintptr_t kMark = 0x4B00'0000'0000'0000;
 constexpr int kSlotBits = 24;
+constexpr std::uint32_t kChunkSlots = 256;
+constexpr std::uint32_t kShardSlots = (1U << kSlotBits) / kThreadShards;
+constexpr std::uint32_t kNone = 0;  // a shard's first slot is nobody's
 
+// Looked up without a lock: what is read is the key if `uses` is the same before and after.
 struct Slot {
-  std::uint32_t uses = 0;
-  KeyPointer key;
+  std::atomic<std::uint32_t> uses = 0;  // counts openings and closings, so it is odd for a key
+  std::atomic<REGSAM> access = 0;
+  std::atomic<Hive*> hive = nullptr;  // null for a key of the classes root
+  std::atomic<KeyId> id = 0;
+  std::wstring path;                // of a key of the classes root; under the shard's lock
+  std::uint32_t next_free = kNone;  // under the lock, too
 };
 
-struct Table {
+// The slots that the threads of one shard open keys in; slots stay where they are, for good.
+class Shard {
+ public:
+  // The number of a slot that is nobody else's then; kNone if there are too many.
+  std::uint32_t take() {
+    const std::uint32_t spare = m_spare.exchange(kNone);
+    if (spare != kNone) return spare;
+    const std::scoped_lock lock(mutex);
+    if (m_first_free != kNone) return std::exchange(m_first_free, at(m_first_free)->next_free);
+    const std::uint32_t next = std::max(m_used.load(), 1U);
+    if (next == kShardSlots) return kNone;
+    if (!at(next)) m_chunks[next / kChunkSlots].store(new Slot[kChunkSlots]);
+    m_used.store(next + 1);
+    return next;
+  }
+  void give(std::uint32_t index) {
+    const std::uint32_t other = m_spare.exchange(index);
+    if (other == kNone) return;
+    const std::scoped_lock lock(mutex);
+    at(other)->next_free = std::exchange(m_first_free, other);
+  }
+  Slot* at(std::uint32_t index) {
+    Slot* const chunk = m_chunks[index / kChunkSlots].load(std::memory_order_acquire);
+    return chunk ? &chunk[index % kChunkSlots] : nullptr;
+  }
+  std::uint32_t used() const { return m_used.load(); }
+
   std::mutex mutex;
-  std::deque<Slot> slots;
-  std::vector<std::uint32_t> free;
+
+ private:
+  std::atomic<std::uint32_t> m_spare = kNone;  // the one that was closed last: taken without lock
+  std::uint32_t m_first_free = kNone;
+  std::atomic<std::uint32_t> m_used = 0;
+  std::atomic<Slot*> m_chunks[kShardSlots / kChunkSlots] = {};
 };
 
-Table& table() {
-  static Table& kept = *new Table;
-  return kept;
-}
+constinit Shard shards[kThreadShards];
+
+struct Position {
+  Shard* shard;
+  std::uint32_t index;
+  std::uint32_t uses;
+};
 
 HKEY handleOf(std::uint32_t slot, std::uint32_t uses) {
   return reinterpret_cast<HKEY>(kMark | static_cast<std::uintptr_t>(uses) << kSlotBits | slot);
 }
 
-Slot* findSlot(HKEY handle) {
+Position positionOf(HKEY handle) {
   const auto bits = reinterpret_cast<std::uintptr_t>(handle);
-  const std::size_t slot = bits & ((1U << kSlotBits) - 1);
-  if (slot >= table().slots.size()) return nullptr;
-  Slot& found = table().slots[slot];
-  return found.key && found.key->handle == handle ? &found : nullptr;
+  const auto slot = static_cast<std::uint32_t>(bits & ((1U << kSlotBits) - 1));
+  return {&shards[slot % kThreadShards], slot / kThreadShards,
+          static_cast<std::uint32_t>(bits >> kSlotBits)};
 }
 
-KeyPointer makePredefined(std::uint32_t number) {
-  auto key = std::make_shared<OpenKey>();
-  key->access = KEY_ALL_ACCESS;
-  key->handle = reinterpret_cast<HKEY>(PredefinedKey(0x80000000 + number));
-  switch (number) {
-    case 0:
-      key->is_classes = true;
-      break;
-    case 1:
-      key->place = {&UserHive(), kRoot};
-      break;
-    case 2:
-      key->place = {&MachineHive(), kRoot};
-      break;
-    case 3:
-      key->place = {&MachineHive(), kUsersRoot};
-      break;
-    case 4:
-      key->place = {&MachineHive(), kPerformanceRoot};
-      break;
-    case 5:
-      key->place = {&MachineHive(), kConfigRoot};
-      break;
-    default:
-      key->place = {&MachineHive(), kDynamicRoot};
-      break;
+// The slot of a key that is open now; null for a stale handle and for what is none.
+Slot* findSlot(HKEY handle) {
+  constexpr std::uintptr_t kMarkBits = 0xFF00'0000'0000'0000;
+  if ((reinterpret_cast<std::uintptr_t>(handle) & kMarkBits) != kMark) return nullptr;
+  const Position position = positionOf(handle);
+  Slot* const slot = position.shard->at(position.index);
+  const bool open =
+      position.uses % 2 == 1 && slot && slot->uses.load(std::memory_order_acquire) == position.uses;
+  return open ? slot : nullptr;
+}
+
+// False if another thread was faster.
+bool closeSlot(Slot& slot, const Position& position) {
+  std::uint32_t uses = position.uses;
+  if (!slot.uses.compare_exchange_strong(uses, uses + 1)) return false;
+  if (!slot.hive.load()) {
+    const std::scoped_lock lock(position.shard->mutex);
+    slot.path.clear();
   }
-  return key;
+  position.shard->give(position.index);
+  return true;
 }
 
-struct Predefined {
-  std::mutex mutex;
-  std::array<KeyPointer, kPredefined> keys;
-};
-
-Predefined& predefined() {
-  static Predefined& kept = *new Predefined;
-  return kept;
+template <typename Visit>
+void forEachOpen(Visit visit) {
+  for (Shard& shard : shards) {
+    for (std::uint32_t index = 0; index < shard.used(); ++index) {
+      Slot& slot = *shard.at(index);
+      const std::uint32_t uses = slot.uses.load();
+      if (uses % 2 == 1) visit(slot, Position{&shard, index, uses});
+    }
+  }
 }
 
-std::uint32_t predefinedNumber(HKEY handle) {
-  const std::uintptr_t number =
-      reinterpret_cast<std::uintptr_t>(handle) - PredefinedKey(0x80000000);
-  return number < kPredefined ? static_cast<std::uint32_t>(number) : kPredefined;
+// --- predefined keys -----------------------------------------------------------------------------
+
+void getPredefined(std::uintptr_t number, OpenKey& out) {
+  constexpr KeyId kMachineRoots[] = {kRoot, kUsersRoot, kPerformanceRoot, kConfigRoot,
+                                     kDynamicRoot};
+  out.access = KEY_ALL_ACCESS;
+  if (number == 0) {
+    out.is_classes = true;
+  } else if (number == 1) {
+    out.place = {&UserHive(), kRoot};
+  } else {
+    out.place = {&MachineHive(), kMachineRoots[number - 2]};
+  }
 }
+
+// --- the classes root ----------------------------------------------------------------------------
 
 constexpr const wchar_t* kClasses = L"Software\\Classes";
 
@@ -121,64 +165,59 @@ std::shared_ptr<const Listing> merged(const Listing& front, const Listing& back)
 
 }  // namespace
 
-bool IsPredefined(HKEY handle) {
-  return predefinedNumber(handle) < kPredefined;
-}
-
-KeyPointer FindKey(HKEY handle) {
-  if (const std::uint32_t number = predefinedNumber(handle); number < kPredefined) {
-    const std::scoped_lock lock(predefined().mutex);
-    KeyPointer& key = predefined().keys[number];
-    if (!key) key = makePredefined(number);
-    return key;
+bool FindKey(HKEY handle, OpenKey& out) {
+  if (IsPredefined(handle)) {
+    getPredefined(PredefinedNumber(handle), out);
+    return true;
   }
-  const std::scoped_lock lock(table().mutex);
   const Slot* const slot = findSlot(handle);
-  return slot ? slot->key : nullptr;
+  if (!slot) return false;
+  out.place.hive = slot->hive.load(std::memory_order_acquire);
+  out.place.id = slot->id.load(std::memory_order_acquire);
+  out.access = slot->access.load(std::memory_order_acquire);
+  out.is_classes = !out.place.hive;
+  if (!out.is_classes) return findSlot(handle) == slot;
+  const std::scoped_lock lock(positionOf(handle).shard->mutex);
+  out.path = slot->path;
+  return findSlot(handle) == slot;
 }
 
-HKEY AddKey(OpenKey key) {
-  auto added = std::make_shared<OpenKey>(std::move(key));
-  const std::scoped_lock lock(table().mutex);
-  if (table().free.empty()) {
-    if (table().slots.size() == 1U << kSlotBits) return nullptr;
-    table().free.push_back(static_cast<std::uint32_t>(table().slots.size()));
-    table().slots.emplace_back();
+HKEY AddKey(const OpenKey& key) {
+  const std::uint32_t own = ThreadShard();
+  Shard& shard = shards[own];
+  const std::uint32_t index = shard.take();
+  if (index == kNone) return nullptr;
+  Slot& slot = *shard.at(index);
+  // Whoever sees one of these sees as well that the key before is closed.
+  slot.hive.store(key.is_classes ? nullptr : key.place.hive, std::memory_order_release);
+  slot.id.store(key.place.id, std::memory_order_release);
+  slot.access.store(key.access, std::memory_order_release);
+  if (key.is_classes) {
+    const std::scoped_lock lock(shard.mutex);
+    slot.path = key.path;
   }
-  const std::uint32_t number = table().free.back();
-  table().free.pop_back();
-  Slot& slot = table().slots[number];
-  added->handle = handleOf(number, ++slot.uses);
-  slot.key = added;
-  return added->handle;
+  const std::uint32_t uses = slot.uses.load(std::memory_order_relaxed) + 1;
+  slot.uses.store(uses, std::memory_order_release);
+  return handleOf(index * kThreadShards + own, uses);
 }
 
 bool RemoveKey(HKEY handle) {
-  const std::scoped_lock lock(table().mutex);
   Slot* const slot = findSlot(handle);
-  if (!slot) return false;
-  slot->key.reset();
-  const auto bits = reinterpret_cast<std::uintptr_t>(handle);
-  table().free.push_back(static_cast<std::uint32_t>(bits & ((1U << kSlotBits) - 1)));
-  return true;
+  return slot && closeSlot(*slot, positionOf(handle));
 }
 
 bool IsOpenBelow(Place place) {
-  std::vector<KeyPointer> open;
-  {
-    const std::scoped_lock lock(table().mutex);
-    for (const Slot& slot : table().slots) {
-      if (slot.key && slot.key->place.hive == place.hive) open.push_back(slot.key);
-    }
-  }
+  std::vector<KeyId> open;
+  forEachOpen([&](const Slot& slot, const Position&) {
+    if (slot.hive == place.hive && slot.id != place.id) open.push_back(slot.id);
+  });
   bool below = false;
-  for (const KeyPointer& key : open) {
-    if (key->place.id == place.id) continue;
+  for (const KeyId id : open) {
     const DWORD code = place.hive->read([&](Connection& connection) {
       Statement find = connection.prepare(
           "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT keys.parent FROM keys JOIN up "
           "ON keys.id = up.id) SELECT 1 FROM up WHERE id = ?2");
-      below = find.bind(key->place.id).bind(place.id).step();
+      below = find.bind(id).bind(place.id).step();
       return ERROR_SUCCESS;
     });
     if (code == ERROR_SUCCESS && below) return true;
@@ -187,21 +226,15 @@ bool IsOpenBelow(Place place) {
 }
 
 void ForgetKeys() {
-  const std::scoped_lock lock(table().mutex, predefined().mutex);
-  for (Slot& slot : table().slots) slot.key.reset();
-  table().free.clear();
-  for (std::uint32_t i = 0; i < table().slots.size(); ++i) table().free.push_back(i);
-  predefined().keys.fill(nullptr);
+  forEachOpen([](Slot& slot, const Position& position) { (void)closeSlot(slot, position); });
 }
 
 void LockHandles() {
-  predefined().mutex.lock();
-  table().mutex.lock();
+  for (Shard& shard : shards) shard.mutex.lock();
 }
 
 void UnlockHandles() {
-  table().mutex.unlock();
-  predefined().mutex.unlock();
+  for (Shard& shard : shards) shard.mutex.unlock();
 }
 
 DWORD FindLayers(const OpenKey& key, Layers& out) {
@@ -248,10 +281,9 @@ DWORD ReadListing(const OpenKey& key, std::shared_ptr<const Listing>& out) {
   return ERROR_SUCCESS;
 }
 
-DWORD KeyOfHandle(HKEY handle, REGSAM access, KeyPointer& out) {
-  out = FindKey(handle);
-  if (!out) return ERROR_INVALID_HANDLE;
-  return (out->access & access) == access ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+DWORD KeyOfHandle(HKEY handle, REGSAM access, OpenKey& out) {
+  if (!FindKey(handle, out)) return ERROR_INVALID_HANDLE;
+  return (out.access & access) == access ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
 }
 
 }  // namespace qel::sys::registry

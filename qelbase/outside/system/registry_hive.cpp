@@ -41,9 +41,10 @@ constexpr const char* kTables[] = {
   changed INTEGER NOT NULL DEFAULT 0,
   UNIQUE(key, folded)))",
     "PRAGMA application_id = 1365593160",
-    "PRAGMA user_version = 1",
+    "PRAGMA user_version = 2",
 };
 static_assert(kApplicationId == 1365593160);
+constexpr std::int64_t kLayout = 2;
 
 constexpr mode_t kAnyWriter = 0222;
 
@@ -61,24 +62,31 @@ bool makeFolders(const std::string& folder, mode_t mode) {
          (Calls().mkdir(folder.c_str(), mode) == 0 || errno == EEXIST);
 }
 
+// The system's yes or no; where it can give neither, its failure.
+bool isYes(int result) {
+  if (result == 0) return true;
+  switch (errno) {
+    case ENOENT:
+    case ENOTDIR:
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return false;
+    default:
+      throw DatabaseFailure{SQLITE_CANTOPEN, errno};
+  }
+}
+
 // By the mode bits first: they bind the super-user too.
 bool mayWrite(const std::string& name) {
   struct stat status {};
-  return Calls().stat(name.c_str(), &status) == 0 && (status.st_mode & kAnyWriter) != 0 &&
-         Calls().faccessat(AT_FDCWD, name.c_str(), W_OK, AT_EACCESS) == 0;
-}
-
-bool syncData(int fd) {
-  int result = 0;
-  do {
-    result = Calls().fdatasync(fd);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return isYes(Calls().stat(name.c_str(), &status)) && (status.st_mode & kAnyWriter) != 0 &&
+         isYes(Calls().faccessat(AT_FDCWD, name.c_str(), W_OK, AT_EACCESS));
 }
 
 bool exists(const std::string& name) {
   struct stat status {};
-  return Calls().stat(name.c_str(), &status) == 0;
+  return isYes(Calls().stat(name.c_str(), &status));
 }
 
 class Transaction {
@@ -106,10 +114,24 @@ class Transaction {
   bool m_done = false;
 };
 
-// A file with tables of its own is left alone.
+std::int64_t layoutOf(Connection& connection) {
+  Statement version = connection.prepare("PRAGMA user_version");
+  return version.step() ? version.number(0) : 0;
+}
+
+// The first form of layout 1 had the times of its keys only.
+void upgrade(Connection& connection) {
+  if (layoutOf(connection) == kLayout) return;
+  if (!HasValueTimes(connection)) {
+    connection.execute("ALTER TABLE entries ADD COLUMN changed INTEGER NOT NULL DEFAULT 0");
+  }
+  connection.execute("PRAGMA user_version = 2");
+}
+
+// A file with tables of its own is left alone, and so is a hive of a later layout.
 bool isHive(Connection& connection) {
   Statement id = connection.prepare("PRAGMA application_id");
-  return id.step() && id.number(0) == kApplicationId;
+  return id.step() && id.number(0) == kApplicationId && layoutOf(connection) <= kLayout;
 }
 
 bool isNew(Connection& connection) {
@@ -182,10 +204,9 @@ std::unique_ptr<Connection> Hive::connect() {
     return std::make_unique<Connection>(uri + "?immutable=1",
                                         SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
   }
-  auto connection = std::make_unique<Connection>(
-      m_plan.file, m_writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
-  if (!m_writable) return connection;
-  if (connection->isReadOnly()) throw DatabaseFailure{SQLITE_CANTOPEN, connection->openError()};
+  if (!m_writable) return std::make_unique<Connection>(m_plan.file, SQLITE_OPEN_READONLY);
+  auto connection =
+      std::make_unique<Connection>(m_plan.file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   connection->execute("PRAGMA synchronous = NORMAL");
   return connection;
 }
@@ -269,14 +290,15 @@ DWORD Hive::openFile() {
   // Without the log of writes beside it the file stands for itself.
   m_immutable = !exists(m_plan.file + "-wal");
   Lease lease(*this);
-  return isHive(*lease) ? ERROR_SUCCESS : ERROR_NOT_REGISTRY_FILE;
+  if (!isHive(*lease)) return ERROR_NOT_REGISTRY_FILE;
+  return HasValueTimes(*lease) ? ERROR_SUCCESS : ERROR_BADDB;  // who may write it must upgrade it
 }
 
 // True if opening has nothing to write, so that it waits for no writer.
 bool Hive::isReady() {
   if (m_sequence.hasDeadWriter()) return false;
   Lease lease(*this);
-  if (!isHive(*lease)) return false;
+  if (!isHive(*lease) || layoutOf(*lease) != kLayout) return false;
   {
     Statement mode = (*lease).prepare("PRAGMA journal_mode");
     if (!mode.step() || mode.bytes(0) != "wal") return false;
@@ -312,6 +334,7 @@ void Hive::makeContent(Connection& connection) {
       if (MakePath(connection, kRoot, path, now, id) != ERROR_SUCCESS) break;
     }
   }
+  upgrade(connection);
   DropStaleKeys(connection);
   transaction.commit();
   if (m_plan.is_hardware) FillHardware(connection);
@@ -324,9 +347,9 @@ bool Hive::isWritable() {
 DWORD Hive::read(const Reading& run) {
   for (int tries = 0;; ++tries) {
     const std::shared_lock gate(ForkGate());
-    if (m_immutable && exists(m_plan.file + "-wal")) close();  // somebody began to write
-    if (const DWORD code = open()) return code;
     try {
+      if (m_immutable && exists(m_plan.file + "-wal")) close();  // somebody began to write
+      if (const DWORD code = open()) return code;
       Lease lease(*this);
       Transaction transaction(*lease, "BEGIN");
       const DWORD code = run(*lease);
@@ -367,9 +390,12 @@ DWORD Hive::flush() {
   const std::shared_lock gate(ForkGate());
   if (const DWORD code = open()) return code;
   if (!m_writable) return ERROR_SUCCESS;
-  // Committed writes stand in the log; a checkpoint syncs what it moves out of there.
-  const Descriptor log = Descriptor::open(m_plan.file + "-wal", O_RDONLY);
-  if (log ? !syncData(log.get()) : errno != ENOENT) return ErrorFromErrno(errno);
+  try {
+    Lease lease(*this);
+    (*lease).syncLog();
+  } catch (const DatabaseFailure& failure) {
+    return failure.code();
+  }
   if (m_folder_synced) return ERROR_SUCCESS;  // no file has come since
   if (SyncFolder(ParentOf(m_plan.file)) != 0) return ErrorFromErrno(errno);
   m_folder_synced = true;
@@ -412,7 +438,7 @@ void Hive::afterFork(bool in_child) {
     m_sequence.close();
     m_open = false;
   }
-  UnlockAfterFork(m_cache.mutex(), in_child);
+  m_cache.mutex().unlock();
   m_pool_mutex.unlock();
   m_writer_mutex.unlock();
   m_open_mutex.unlock();

@@ -1,6 +1,7 @@
 #pragma once
 // One hive: a database of keys and values, its connections, and what was read from it lately.
 
+#include <pthread.h>
 #include <sqlite3.h>
 
 #include <condition_variable>
@@ -15,10 +16,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
-
-#ifdef __SANITIZE_THREAD__
-#include <sanitizer/tsan_interface.h>
-#endif
 
 #include "qelbase/outside/system/registry_sequence_internal.h"
 
@@ -46,6 +43,9 @@ struct DatabaseFailure {
   bool isPassing() const;  // trying again helps
   DWORD code() const;
 };
+
+// SQLite's way to files that are opened for writing, or not at all.
+[[nodiscard]] const char* WritingVfs();
 
 // A prepared statement during one use.
 class Statement {
@@ -80,18 +80,32 @@ class Statement {
   int m_next = 1;
 };
 
-// Such a lock knows the thread that has it by the system's number, which is another in a child.
-inline void UnlockAfterFork(std::shared_mutex& mutex, bool in_child) {
-  if (in_child) {
-#ifdef __SANITIZE_THREAD__
-    __tsan_mutex_pre_unlock(&mutex, 0);
-    __tsan_mutex_post_unlock(&mutex, 0);
-#endif
-    std::construct_at(&mutex);
-  } else {
-    mutex.unlock();
-  }
+// What threads that do the same at once keep apart, so that they share no cache line.
+inline constexpr std::uint32_t kThreadShards = 16;
+
+inline std::uint32_t ThreadShard() {
+  static_assert(kThreadShards == 16);
+  return static_cast<std::uint32_t>(pthread_self() * 0x9E37'79B9'7F4A'7C15 >> 60);
 }
+
+// Readers lock the mutex of their own shard, a writer all of them. A reader takes it once only.
+class SpreadMutex {
+ public:
+  void lock_shared() { m_shards[ThreadShard()].mutex.lock(); }
+  void unlock_shared() { m_shards[ThreadShard()].mutex.unlock(); }
+  void lock() {
+    for (Shard& shard : m_shards) shard.mutex.lock();
+  }
+  void unlock() {
+    for (Shard& shard : m_shards) shard.mutex.unlock();
+  }
+
+ private:
+  struct alignas(64) Shard {
+    std::mutex mutex;
+  };
+  Shard m_shards[kThreadShards];
+};
 
 class Connection {
  public:
@@ -104,14 +118,12 @@ class Connection {
   [[nodiscard]] Statement prepare(const char* sql);
   void execute(const char* sql) { prepare(sql).run(); }
   int changes() const { return sqlite3_changes(m_database); }
-  // Opening falls back to reading when the system refuses writing, and keeps its errno.
-  bool isReadOnly() const { return sqlite3_db_readonly(m_database, "main") == 1; }
-  int openError() const { return m_open_error; }
   void writeNothingAtClose();
+  // What was committed is on the disk then, here or, from a checkpoint on, in the database.
+  void syncLog();
 
  private:
   sqlite3* m_database = nullptr;
-  int m_open_error = 0;
   std::unordered_map<const char*, sqlite3_stmt*> m_statements;
 };
 
@@ -139,7 +151,8 @@ struct Listing {
 };
 
 // What was read of a hive, by the names that were asked for; valid while the counter stays at the
-// even value at which it was read. Holds codes as well: what is missing is remembered too.
+// even value at which it was read. Holds codes as well: what is missing is remembered too. Each
+// thread has what it found last in front of it, and goes by the same value.
 class ReadCache {
  public:
   struct Step {
@@ -152,8 +165,11 @@ class ReadCache {
     Value value;
   };
 
-  [[nodiscard]] bool find(std::uint64_t at, KeyId key, std::wstring_view path, Step& out);
-  [[nodiscard]] bool find(std::uint64_t at, KeyId key, std::wstring_view name, ValueResult& out);
+  // What is found lies in `room`, or with the thread until it looks up another one; null if nothing
+  // is.
+  [[nodiscard]] const Step* find(std::uint64_t at, KeyId key, std::wstring_view path, Step& room);
+  [[nodiscard]] const ValueResult* find(std::uint64_t at, KeyId key, std::wstring_view name,
+                                        ValueResult& room);
   [[nodiscard]] bool find(std::uint64_t at, KeyId key, std::wstring_view,
                           std::shared_ptr<const Listing>& out);
   void keep(std::uint64_t at, KeyId key, std::wstring_view path, const Step& step);
@@ -161,7 +177,7 @@ class ReadCache {
   void keep(std::uint64_t at, KeyId key, std::wstring_view,
             const std::shared_ptr<const Listing>& listing);
 
-  std::shared_mutex& mutex() { return m_mutex; }
+  SpreadMutex& mutex() { return m_mutex; }
 
  private:
   struct Name {
@@ -189,9 +205,11 @@ class ReadCache {
   template <typename T>
   bool findIn(const Map<T>& map, std::uint64_t at, const Name& name, T& out);
   template <typename T>
+  const T* findRecent(const Map<T>& map, std::uint64_t at, const Name& name, T& room);
+  template <typename T>
   void keepIn(Map<T>& map, std::uint64_t at, const Name& name, const T& value, std::size_t size);
 
-  std::shared_mutex m_mutex;
+  SpreadMutex m_mutex;
   std::uint64_t m_at = Sequence::kUnknown;
   std::size_t m_size = 0;  // bytes, about
   Map<Step> m_steps;

@@ -58,7 +58,9 @@ struct NewKey {
 [[nodiscard]] DWORD DeleteKey(Place parent, std::wstring_view name);
 [[nodiscard]] DWORD ReadListing(Place place, std::shared_ptr<const Listing>& out);
 
-[[nodiscard]] DWORD ReadValue(Place place, std::wstring_view name, Value& out);
+// `out` is `room`, or what this thread remembers until it looks up another value.
+[[nodiscard]] DWORD ReadValue(Place place, std::wstring_view name, ReadCache::ValueResult& room,
+                              const Value*& out);
 [[nodiscard]] DWORD WriteValue(Place place, std::wstring_view name, DWORD type,
                                std::string_view data);
 [[nodiscard]] DWORD DeleteValue(Place place, std::wstring_view name);
@@ -72,6 +74,8 @@ struct NewKey {
 // 1018 unless the row is there.
 [[nodiscard]] DWORD CheckKey(Connection& connection, KeyId id);
 void DeleteTree(Connection& connection, KeyId id, bool keep_top);
+// False for a hive of the earlier layout.
+[[nodiscard]] bool HasValueTimes(Connection& connection);
 // Volatile keys of an earlier start of the machine.
 [[nodiscard]] bool HasStaleKeys(Connection& connection);
 void DropStaleKeys(Connection& connection);
@@ -80,18 +84,21 @@ void FillHardware(Connection& connection);
 // --- handles -----------------------------------------------------------------------------------
 
 struct OpenKey {
-  Place place;
+  Place place = {};
   REGSAM access = 0;
   // A key of the classes root is a path, seen through the user's classes over the machine's.
   bool is_classes = false;
-  std::wstring path;
-  HKEY handle = nullptr;
+  std::wstring path = {};
 };
-using KeyPointer = std::shared_ptr<const OpenKey>;
 
-[[nodiscard]] bool IsPredefined(HKEY handle);
-[[nodiscard]] KeyPointer FindKey(HKEY handle);  // null for a stale handle
-[[nodiscard]] HKEY AddKey(OpenKey key);
+inline std::uintptr_t PredefinedNumber(HKEY handle) {
+  return reinterpret_cast<std::uintptr_t>(handle) - PredefinedKey(0x80000000);
+}
+inline bool IsPredefined(HKEY handle) {
+  return PredefinedNumber(handle) < 7;
+}
+[[nodiscard]] bool FindKey(HKEY handle, OpenKey& out);  // false for a stale handle; `out` is new
+[[nodiscard]] HKEY AddKey(const OpenKey& key);          // null if there are too many
 [[nodiscard]] bool RemoveKey(HKEY handle);
 [[nodiscard]] bool IsOpenBelow(Place place);  // a key of this process, other than `place`
 void ForgetKeys();
@@ -109,7 +116,7 @@ struct Layers {
 // What all layers show together.
 [[nodiscard]] DWORD ReadListing(const OpenKey& key, std::shared_ptr<const Listing>& out);
 // The handle's key, checked for the access: 6, 5.
-[[nodiscard]] DWORD KeyOfHandle(HKEY handle, REGSAM access, KeyPointer& out);
+[[nodiscard]] DWORD KeyOfHandle(HKEY handle, REGSAM access, OpenKey& out);
 
 std::string SelfRelative(const void* descriptor, DWORD parts);  // empty if it is none
 std::string MergeDescriptor(const std::string& old, const std::string& change, DWORD parts);

@@ -41,9 +41,9 @@ bool isWritable(const OpenKey& key) {
                         : key.place.hive->isWritable();
 }
 
-LSTATUS handOver(OpenKey key, REGSAM access, HKEY* result) {
+LSTATUS handOver(OpenKey& key, REGSAM access, HKEY* result) {
   if (const DWORD code = grantAccess(isWritable(key), access, key.access)) return LSTATUS(code);
-  *result = AddKey(std::move(key));
+  *result = AddKey(key);
   return LSTATUS(*result ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
 }
 
@@ -53,9 +53,8 @@ std::wstring joined(const std::wstring& path, std::wstring_view subkey) {
                                         : path + L'\\' + std::wstring(subkey);
 }
 
-// The key of `subkey` below an open one; 2 if there is none.
+// The key of `subkey` below an open one, into a new object; 2 if there is none.
 DWORD findBelow(const OpenKey& from, std::wstring_view subkey, OpenKey& out) {
-  out = {};
   if (!from.is_classes) return FindPlace(from.place, subkey, out.place);
   std::vector<std::wstring> names;
   if (const DWORD code = SplitPath(subkey, names)) return code;
@@ -68,7 +67,6 @@ DWORD findBelow(const OpenKey& from, std::wstring_view subkey, OpenKey& out) {
 
 DWORD makeBelow(const OpenKey& from, std::wstring_view subkey, const NewKey& key, OpenKey& out,
                 bool& made) {
-  out = {};
   if (!from.is_classes) return MakeKey(from.place, subkey, key, out.place, made);
   made = false;
   const DWORD found = findBelow(from, subkey, out);
@@ -108,22 +106,22 @@ DWORD longest(const std::vector<Child>& children, std::wstring Child::*text) {
 
 LSTATUS RegOpenKeyExW(HKEY handle, const wchar_t* subkey, DWORD, REGSAM access, HKEY* result) {
   if (!result) return ERROR_INVALID_PARAMETER;
-  const KeyPointer key = FindKey(handle);
-  if (!key) return ERROR_INVALID_HANDLE;
-  if (IsPredefined(handle) && (!subkey || (!*subkey && key->is_classes))) {
+  OpenKey key;
+  if (!FindKey(handle, key)) return ERROR_INVALID_HANDLE;
+  if (IsPredefined(handle) && (!subkey || (!*subkey && key.is_classes))) {
     *result = handle;
     return ERROR_SUCCESS;
   }
   if (!subkey) return ERROR_INVALID_PARAMETER;
   OpenKey found;
-  if (const DWORD code = findBelow(*key, subkey, found)) return LSTATUS(code);
-  return handOver(std::move(found), access, result);
+  if (const DWORD code = findBelow(key, subkey, found)) return LSTATUS(code);
+  return handOver(found, access, result);
 }
 
 LSTATUS RegOpenKeyW(HKEY handle, const wchar_t* subkey, HKEY* result) {
   if (!result) return ERROR_INVALID_PARAMETER;
   if (subkey && *subkey) return RegOpenKeyExW(handle, subkey, 0, MAXIMUM_ALLOWED, result);
-  if (!FindKey(handle)) return ERROR_INVALID_HANDLE;
+  if (OpenKey key; !FindKey(handle, key)) return ERROR_INVALID_HANDLE;
   *result = handle;
   return ERROR_SUCCESS;
 }
@@ -137,8 +135,8 @@ LSTATUS RegCreateKeyExW(HKEY handle, const wchar_t* subkey, DWORD, const wchar_t
                         DWORD options, REGSAM access, const SECURITY_ATTRIBUTES* security,
                         HKEY* result, DWORD* disposition) {
   if (!result || !subkey) return ERROR_INVALID_PARAMETER;
-  const KeyPointer key = FindKey(handle);
-  if (!key) return ERROR_INVALID_HANDLE;
+  OpenKey key;
+  if (!FindKey(handle, key)) return ERROR_INVALID_HANDLE;
   NewKey wanted{class_name ? class_name : L"", {}, (options & REG_OPTION_VOLATILE) != 0};
   if (security && security->lpSecurityDescriptor) {
     wanted.security = SelfRelative(security->lpSecurityDescriptor, 0xF);
@@ -146,8 +144,8 @@ LSTATUS RegCreateKeyExW(HKEY handle, const wchar_t* subkey, DWORD, const wchar_t
   }
   OpenKey found;
   bool made = false;
-  if (const DWORD code = makeBelow(*key, subkey, wanted, found, made)) return LSTATUS(code);
-  const LSTATUS code = handOver(std::move(found), access, result);
+  if (const DWORD code = makeBelow(key, subkey, wanted, found, made)) return LSTATUS(code);
+  const LSTATUS code = handOver(found, access, result);
   if (code == ERROR_SUCCESS) {
     put(disposition, made ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY);
   }
@@ -168,12 +166,12 @@ LSTATUS RegCloseKey(HKEY handle) {
 
 LSTATUS RegDeleteKeyW(HKEY handle, const wchar_t* subkey) {
   if (!subkey || !*subkey) return ERROR_INVALID_PARAMETER;
-  const KeyPointer key = FindKey(handle);
-  if (!key) return ERROR_INVALID_HANDLE;
+  OpenKey key;
+  if (!FindKey(handle, key)) return ERROR_INVALID_HANDLE;
   std::vector<std::wstring> names;
   if (const DWORD code = SplitPath(subkey, names)) return LSTATUS(code);
   OpenKey gone, parent;
-  if (const DWORD code = findBelow(*key, subkey, gone)) return LSTATUS(code);
+  if (const DWORD code = findBelow(key, subkey, gone)) return LSTATUS(code);
   if (gone.is_classes) {  // one layer may hold subkeys that the other does not
     std::shared_ptr<const Listing> listing;
     const DWORD code = ReadListing(gone, listing);
@@ -184,7 +182,7 @@ LSTATUS RegDeleteKeyW(HKEY handle, const wchar_t* subkey) {
   const std::wstring leaf = names.back();
   std::wstring above;
   for (std::size_t i = 0; i + 1 < names.size(); ++i) above = joined(above, names[i]);
-  if (const DWORD code = findBelow(*key, above, parent)) return LSTATUS(code);
+  if (const DWORD code = findBelow(key, above, parent)) return LSTATUS(code);
   Layers layers;
   if (const DWORD code = FindLayers(parent, layers)) return LSTATUS(code);
   // From all layers, so that what is deleted is gone.
@@ -199,10 +197,10 @@ LSTATUS RegDeleteKeyW(HKEY handle, const wchar_t* subkey) {
 LSTATUS RegEnumKeyExW(HKEY handle, DWORD index, wchar_t* name, DWORD* name_size, DWORD*,
                       wchar_t* class_name, DWORD* class_size, FILETIME* written) {
   if (!name || !name_size) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_ENUMERATE_SUB_KEYS, key)) return LSTATUS(code);
   std::shared_ptr<const Listing> listing;
-  if (const DWORD code = ReadListing(*key, listing)) return LSTATUS(code);
+  if (const DWORD code = ReadListing(key, listing)) return LSTATUS(code);
   if (index >= listing->children.size()) return ERROR_NO_MORE_ITEMS;
   const Child& child = listing->children[index];
   if (const DWORD code = putText(child.name, name, name_size)) return LSTATUS(code);
@@ -219,10 +217,10 @@ LSTATUS RegQueryInfoKeyW(HKEY handle, wchar_t* class_name, DWORD* class_size, DW
                          DWORD* subkeys, DWORD* longest_subkey, DWORD* longest_class, DWORD* values,
                          DWORD* longest_value, DWORD* longest_data, DWORD* descriptor_size,
                          FILETIME* written) {
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_QUERY_VALUE, key)) return LSTATUS(code);
   std::shared_ptr<const Listing> listing;
-  if (const DWORD code = ReadListing(*key, listing)) return LSTATUS(code);
+  if (const DWORD code = ReadListing(key, listing)) return LSTATUS(code);
   if (const DWORD code = putText(listing->class_name, class_name, class_size)) {
     return LSTATUS(code);
   }
@@ -234,7 +232,7 @@ LSTATUS RegQueryInfoKeyW(HKEY handle, wchar_t* class_name, DWORD* class_size, DW
   if (descriptor_size) {
     std::string descriptor;
     Layers layers;
-    if (const DWORD code = FindLayers(*key, layers)) return LSTATUS(code);
+    if (const DWORD code = FindLayers(key, layers)) return LSTATUS(code);
     if (layers.count > 0) {
       if (const DWORD code = ReadSecurity(layers.places[0], descriptor)) return LSTATUS(code);
     }
@@ -251,9 +249,9 @@ LSTATUS RegQueryInfoKeyW(HKEY handle, wchar_t* class_name, DWORD* class_size, DW
 }
 
 LSTATUS RegFlushKey(HKEY handle) {
-  const KeyPointer key = FindKey(handle);
-  if (!key) return ERROR_INVALID_HANDLE;
-  if (!key->is_classes) return LSTATUS(key->place.hive->flush());
+  OpenKey key;
+  if (!FindKey(handle, key)) return ERROR_INVALID_HANDLE;
+  if (!key.is_classes) return LSTATUS(key.place.hive->flush());
   const DWORD user = UserHive().flush();
   const DWORD machine = MachineHive().flush();
   return LSTATUS(user != ERROR_SUCCESS ? user : machine);
@@ -276,10 +274,10 @@ LSTATUS RegConnectRegistryW(const wchar_t* machine, HKEY handle, HKEY* result) {
 LSTATUS RegGetKeySecurity(HKEY handle, DWORD parts, void* descriptor, DWORD* size) {
   constexpr REGSAM kReadControl = 0x20000;
   if (!size) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, kReadControl, key)) return LSTATUS(code);
   Layers layers;
-  if (const DWORD code = FindLayers(*key, layers)) return LSTATUS(code);
+  if (const DWORD code = FindLayers(key, layers)) return LSTATUS(code);
   std::string whole;
   if (layers.count > 0) {
     if (const DWORD code = ReadSecurity(layers.places[0], whole)) return LSTATUS(code);
@@ -296,12 +294,12 @@ LSTATUS RegSetKeySecurity(HKEY handle, DWORD parts, const void* descriptor) {
   constexpr REGSAM kWritePermissions = 0x40000;
   constexpr REGSAM kWriteOwner = 0x80000;
   const REGSAM rights = (parts & 3 ? kWriteOwner : 0) | (parts & 12 ? kWritePermissions : 0);
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, rights, key)) return LSTATUS(code);
   const std::string change = SelfRelative(descriptor, parts);
   if (change.empty()) return ERROR_INVALID_SECURITY_DESCR;
   Place place;
-  if (const DWORD code = FindWritten(*key, place)) return LSTATUS(code);
+  if (const DWORD code = FindWritten(key, place)) return LSTATUS(code);
   return LSTATUS(WriteSecurity(
       place, [&](const std::string& old) { return MergeDescriptor(old, change, parts); }));
 }

@@ -165,11 +165,11 @@ void UnlockNotices(bool in_child) {
 LSTATUS RegNotifyChangeKeyValue(HKEY handle, BOOL subtree, DWORD filter, HANDLE event,
                                 BOOL asynchronous) {
   constexpr DWORD kFilters = 0xF;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_NOTIFY, key)) return LSTATUS(code);
   if (filter == 0 || (filter & ~kFilters)) return ERROR_INVALID_PARAMETER;
   Layers layers;
-  if (const DWORD code = FindLayers(*key, layers)) return LSTATUS(code);
+  if (const DWORD code = FindLayers(key, layers)) return LSTATUS(code);
   const HANDLE own = asynchronous ? event : CreateEventW(0, 0);
   if (!asynchronous && !own) return ERROR_TOO_MANY_OPEN_FILES;
   Notice notice{handle, {layers.begin(), layers.end()}, subtree != 0, filter, own,

@@ -3,6 +3,10 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#ifdef __SANITIZE_THREAD__
+#include <sanitizer/tsan_interface.h>
+#endif
+
 #include "qelbase/outside/system/environment_internal.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/registry_internal.h"
@@ -16,8 +20,8 @@ struct Hives {
   std::mutex mutex;
   std::map<std::string, std::unique_ptr<Hive>> by_file;
   std::vector<std::unique_ptr<Hive>> hardware;
-  Hive* user = nullptr;
-  Hive* machine = nullptr;
+  std::atomic<Hive*> user = nullptr;
+  std::atomic<Hive*> machine = nullptr;
 };
 
 // Calls may still come while the process ends.
@@ -40,11 +44,24 @@ void beforeFork() {
   forEachHive([](Hive& hive) { hive.prepareFork(); });
 }
 
+// Such a lock knows the thread that has it by the system's number, which is another in a child.
+void unlockAfterFork(std::shared_mutex& mutex, bool in_child) {
+  if (in_child) {
+#ifdef __SANITIZE_THREAD__
+    __tsan_mutex_pre_unlock(&mutex, 0);
+    __tsan_mutex_post_unlock(&mutex, 0);
+#endif
+    std::construct_at(&mutex);
+  } else {
+    mutex.unlock();
+  }
+}
+
 void afterFork(bool in_child) {
   forEachHive([&](Hive& hive) { hive.afterFork(in_child); });
   hives().mutex.unlock();
   UnlockHandles();
-  UnlockAfterFork(ForkGate(), in_child);
+  unlockAfterFork(ForkGate(), in_child);
   UnlockNotices(in_child);
 }
 
@@ -84,25 +101,29 @@ Hive& addHive(Hive::Plan plan) {
 void placeHives(const std::string& user_folder, const std::string& machine_folder) {
   watchForks();
   Hives& all = hives();
-  all.user = &addHive({.file = user_folder + "/user.hive",
-                       .mode = 0600,
-                       .roots = kRoot,
-                       .first_keys = {L"Software\\Classes"}});
-  all.machine = &addHive({.file = machine_folder + "/machine.hive",
-                          .mode = 0644,
-                          .roots = kPerformanceRoot,
-                          .first_keys = {L"Software\\Classes", L"System"},
-                          .may_be_missing = true});
-  if (!all.machine->mounts().empty()) return;
-  all.hardware.push_back(std::make_unique<Hive>(Hive::Plan{.file = {}, .is_hardware = true}));
-  all.machine->mounts() = {{kRoot, L"HARDWARE", all.hardware.back().get()},
-                           {kUsersRoot, UserKeyName(), all.user}};
+  Hive& user = addHive({.file = user_folder + "/user.hive",
+                        .mode = 0600,
+                        .roots = kRoot,
+                        .first_keys = {L"Software\\Classes"}});
+  Hive& machine = addHive({.file = machine_folder + "/machine.hive",
+                           .mode = 0644,
+                           .roots = kPerformanceRoot,
+                           .first_keys = {L"Software\\Classes", L"System"},
+                           .may_be_missing = true});
+  if (machine.mounts().empty()) {
+    all.hardware.push_back(std::make_unique<Hive>(Hive::Plan{.file = {}, .is_hardware = true}));
+    machine.mounts() = {{kRoot, L"HARDWARE", all.hardware.back().get()},
+                        {kUsersRoot, UserKeyName(), &user}};
+  }
+  all.user = &user;
+  all.machine = &machine;
 }
 
-Hive& placed(Hive* Hives::*hive) {
+Hive& placed(const std::atomic<Hive*>& hive) {
+  if (Hive* const known = hive.load(std::memory_order_acquire)) return *known;
   const std::scoped_lock lock(hives().mutex);
-  if (!hives().user) placeHives(userFolder(), machineFolder());
-  return *(hives().*hive);
+  if (!hive.load()) placeHives(userFolder(), machineFolder());
+  return *hive.load();
 }
 
 }  // namespace
@@ -113,11 +134,11 @@ std::shared_mutex& ForkGate() {
 }
 
 Hive& UserHive() {
-  return placed(&Hives::user);
+  return placed(hives().user);
 }
 
 Hive& MachineHive() {
-  return placed(&Hives::machine);
+  return placed(hives().machine);
 }
 
 Hive& HiveOfFile(const std::string& native) {

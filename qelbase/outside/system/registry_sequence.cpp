@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <new>
 
 #include "qelbase/outside/system/registry_sequence_internal.h"
 
@@ -18,6 +19,12 @@ constexpr off_t kInUseByte = 1;
 
 std::atomic_ref<std::uint64_t> atomic(std::uint64_t& word) {
   return std::atomic_ref<std::uint64_t>(word);
+}
+
+void* mapZeros(void* address) {
+  const int fixed = address ? MAP_FIXED : 0;
+  return mmap(address, sizeof(SharedCounters), PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | fixed, -1,
+              0);
 }
 
 bool lockByte(int fd, off_t byte, short type, bool wait) {
@@ -43,6 +50,14 @@ std::uint64_t FileTimeNow() {
                                     kFrom1601To1970);
 }
 
+Sequence::Sequence() : m_shared(static_cast<SharedCounters*>(mapZeros(nullptr))) {
+  if (m_shared == MAP_FAILED) throw std::bad_alloc();
+}
+
+Sequence::~Sequence() {
+  munmap(m_shared, sizeof(SharedCounters));
+}
+
 bool Sequence::open(const std::string& file, bool writable, mode_t mode) {
   close();
   Descriptor opened = Descriptor::open(file, writable ? O_RDWR | O_CREAT : O_RDONLY, mode);
@@ -53,11 +68,12 @@ bool Sequence::open(const std::string& file, bool writable, mode_t mode) {
   if (!whole && !writable) return errno = EINVAL, false;
   // Growing keeps what another process has written meanwhile.
   if (!whole && Calls().ftruncate(opened.get(), sizeof(SharedCounters)) != 0) return false;
-  void* const mapped =
-      mmap(nullptr, sizeof(SharedCounters), writable ? PROT_READ | PROT_WRITE : PROT_READ,
-           MAP_SHARED, opened.get(), 0);
-  if (mapped == MAP_FAILED) return false;
-  m_shared = static_cast<SharedCounters*>(mapped);
+  if (mmap(m_shared, sizeof(SharedCounters), writable ? PROT_READ | PROT_WRITE : PROT_READ,
+           MAP_SHARED | MAP_FIXED, opened.get(), 0) == MAP_FAILED) {
+    const int error = errno;
+    mapZeros(m_shared);  // the address stays good
+    return errno = error, false;
+  }
   m_writable = writable;
   m_file = std::move(opened);
   // A writer that is at work, or stopped there, is waited for only by the first ones.
@@ -72,30 +88,24 @@ bool Sequence::open(const std::string& file, bool writable, mode_t mode) {
 }
 
 void Sequence::close() {
-  if (m_shared) munmap(m_shared, sizeof(SharedCounters));
-  m_shared = nullptr;
+  if (m_file) mapZeros(m_shared);
+  m_writable = false;
   m_file = Descriptor();
 }
 
-std::uint64_t Sequence::read() const {
-  if (!m_shared) return kUnknown;
-  const std::uint64_t counter = atomic(m_shared->counter).load();
-  return counter % 2 == 0 ? counter : kUnknown;
-}
-
 bool Sequence::hasDeadWriter() const {
-  if (!m_shared || !m_writable || read() != kUnknown) return false;
+  if (!m_writable || read() != kUnknown) return false;
   if (!lockByte(m_file.get(), kWriterByte, F_WRLCK, false)) return false;
   lockByte(m_file.get(), kWriterByte, F_UNLCK, false);
   return true;
 }
 
 std::uint64_t Sequence::lastStamp() const {
-  return m_shared ? atomic(m_shared->last_stamp).load() : 0;
+  return atomic(m_shared->last_stamp).load();
 }
 
 std::uint64_t Sequence::beginWrite() {
-  if (!m_shared || !m_writable) return FileTimeNow();
+  if (!m_writable) return FileTimeNow();
   lockByte(m_file.get(), kWriterByte, F_WRLCK, true);
   // Odd and new, also behind a writer that died.
   const std::uint64_t counter = atomic(m_shared->counter).load();
@@ -106,7 +116,7 @@ std::uint64_t Sequence::beginWrite() {
 }
 
 void Sequence::endWrite() {
-  if (!m_shared || !m_writable) return;
+  if (!m_writable) return;
   const std::uint64_t even = atomic(m_shared->counter).load() + 1;
   atomic(m_shared->counter).store(even);
   // A watcher that misses this write wakes up at the next one.
@@ -117,11 +127,11 @@ void Sequence::endWrite() {
 }
 
 void Sequence::share() {
-  if (m_shared) lockByte(m_file.get(), kInUseByte, F_RDLCK, true);
+  if (m_file) lockByte(m_file.get(), kInUseByte, F_RDLCK, true);
 }
 
 bool Sequence::alone() {
-  return m_shared && m_writable && lockByte(m_file.get(), kInUseByte, F_WRLCK, false);
+  return m_writable && lockByte(m_file.get(), kInUseByte, F_WRLCK, false);
 }
 
 }  // namespace qel::sys::registry

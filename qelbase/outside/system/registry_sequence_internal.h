@@ -25,14 +25,20 @@ class Sequence {
  public:
   static constexpr std::uint64_t kUnknown = 1;  // odd: nothing may be remembered
 
-  ~Sequence() { close(); }
+  Sequence();
+  ~Sequence();
+  Sequence(const Sequence&) = delete;
+  Sequence& operator=(const Sequence&) = delete;
+
   // False and errno on failure. `writable` false maps an existing file for reading alone.
   [[nodiscard]] bool open(const std::string& file, bool writable, mode_t mode);
   void close();
-  bool isOpen() const { return m_shared != nullptr; }
 
-  // The counter while it is even, else kUnknown.
-  std::uint64_t read() const;
+  // The counter while it is even, else kUnknown. At any time, also while another thread closes.
+  std::uint64_t read() const {
+    const std::uint64_t counter = std::atomic_ref(m_shared->counter).load();
+    return counter % 2 == 0 && counter != 0 ? counter : kUnknown;
+  }
   std::uint64_t lastStamp() const;
   // The counter is odd, and nobody is at work: the next write makes it even again.
   bool hasDeadWriter() const;
@@ -48,7 +54,8 @@ class Sequence {
 
  private:
   Descriptor m_file;
-  SharedCounters* m_shared = nullptr;
+  // One address for good; zeros stand there while no file is open.
+  SharedCounters* m_shared;
   bool m_writable = false;
 };
 

@@ -141,6 +141,19 @@ DWORD makeNames(Connection& connection, Place from, const std::vector<std::wstri
   return ERROR_SUCCESS;
 }
 
+DWORD findInHives(Place from, std::wstring_view path, std::uint64_t at, Place& out) {
+  std::vector<std::wstring> names;
+  std::size_t done = 0;
+  DWORD code = SplitPath(path, names);
+  if (code == ERROR_SUCCESS) code = walk(from, names, out, done);
+  // What lies in another hive changes without this one's counter.
+  const bool here = code == ERROR_FILE_NOT_FOUND || code == ERROR_SUCCESS;
+  if (here && out.hive == from.hive && from.hive->at() == at) {
+    from.hive->cache().keep(at, from.id, path, ReadCache::Step{code, out.hive, out.id});
+  }
+  return code;
+}
+
 }  // namespace
 
 DWORD SplitPath(std::wstring_view path, std::vector<std::wstring>& names) {
@@ -161,21 +174,11 @@ DWORD CheckKey(Connection& connection, KeyId id) {
 
 DWORD FindPlace(Place from, std::wstring_view path, Place& out) {
   const std::uint64_t at = from.hive->at();
-  ReadCache::Step step{};
-  if (from.hive->cache().find(at, from.id, path, step)) {
-    out = {step.hive, step.id};
-    return step.code;
-  }
-  std::vector<std::wstring> names;
-  std::size_t done = 0;
-  DWORD code = SplitPath(path, names);
-  if (code == ERROR_SUCCESS) code = walk(from, names, out, done);
-  // What lies in another hive changes without this one's counter.
-  const bool here = code == ERROR_FILE_NOT_FOUND || code == ERROR_SUCCESS;
-  if (here && out.hive == from.hive && from.hive->at() == at) {
-    from.hive->cache().keep(at, from.id, path, ReadCache::Step{code, out.hive, out.id});
-  }
-  return code;
+  ReadCache::Step room{};
+  const auto* const step = from.hive->cache().find(at, from.id, path, room);
+  if (!step) return findInHives(from, path, at, out);
+  out = {step->hive, step->id};
+  return step->code;
 }
 
 DWORD MakeKey(Place from, std::wstring_view path, const NewKey& key, Place& out, bool& made) {
@@ -230,6 +233,11 @@ void DeleteTree(Connection& connection, KeyId id, bool keep_top) {
       "ON keys.parent = tree.id) DELETE FROM keys WHERE id IN tree AND id <> ?2";
   connection.prepare(kTree).bind(id).run();
   connection.prepare(kKeys).bind(id).bind(keep_top ? id : KeyId{-1}).run();
+}
+
+bool HasValueTimes(Connection& connection) {
+  return connection.prepare("SELECT 1 FROM pragma_table_info('entries') WHERE name = 'changed'")
+      .step();
 }
 
 bool HasStaleKeys(Connection& connection) {
@@ -306,28 +314,38 @@ DWORD ReadListing(Place place, std::shared_ptr<const Listing>& out) {
   return ERROR_SUCCESS;
 }
 
-DWORD ReadValue(Place place, std::wstring_view name, Value& out) {
-  const std::uint64_t at = place.hive->at();
-  ReadCache::ValueResult result{};
-  if (!place.hive->cache().find(at, place.id, name, result)) {
-    const std::string key = folded(name);
-    result.code = place.hive->read([&](Connection& connection) {
-      {
-        Statement find =
-            connection.prepare("SELECT type, data FROM entries WHERE key = ? AND folded = ?");
-        if (find.bind(place.id).bind(std::string_view(key)).step()) {
-          result.value = {static_cast<DWORD>(find.number(0)), std::string(find.bytes(1))};
-          return ERROR_SUCCESS;
-        }
+namespace {
+
+void readRow(Place place, std::wstring_view name, std::uint64_t at, ReadCache::ValueResult& out) {
+  const std::string key = folded(name);
+  out.code = place.hive->read([&](Connection& connection) {
+    {
+      Statement find =
+          connection.prepare("SELECT type, data FROM entries WHERE key = ? AND folded = ?");
+      if (find.bind(place.id).bind(std::string_view(key)).step()) {
+        out.value = {static_cast<DWORD>(find.number(0)), std::string(find.bytes(1))};
+        return ERROR_SUCCESS;
       }
-      const DWORD code = CheckKey(connection, place.id);
-      return code == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : code;
-    });
-    const bool told = result.code == ERROR_SUCCESS || result.code == ERROR_FILE_NOT_FOUND;
-    if (told && place.hive->at() == at) place.hive->cache().keep(at, place.id, name, result);
+    }
+    const DWORD code = CheckKey(connection, place.id);
+    return code == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : code;
+  });
+  const bool told = out.code == ERROR_SUCCESS || out.code == ERROR_FILE_NOT_FOUND;
+  if (told && place.hive->at() == at) place.hive->cache().keep(at, place.id, name, out);
+}
+
+}  // namespace
+
+DWORD ReadValue(Place place, std::wstring_view name, ReadCache::ValueResult& room,
+                const Value*& out) {
+  const std::uint64_t at = place.hive->at();
+  const auto* found = place.hive->cache().find(at, place.id, name, room);
+  if (!found) {
+    readRow(place, name, at, room);
+    found = &room;
   }
-  if (result.code == ERROR_SUCCESS) out = std::move(result.value);
-  return result.code;
+  out = &found->value;
+  return found->code;
 }
 
 DWORD WriteValue(Place place, std::wstring_view name, DWORD type, std::string_view data) {

@@ -16,11 +16,12 @@ std::wstring_view orEmpty(const wchar_t* name) {
   return name ? name : L"";
 }
 
-DWORD readValue(const OpenKey& key, std::wstring_view name, Value& out) {
+DWORD readValue(const OpenKey& key, std::wstring_view name, ReadCache::ValueResult& room,
+                const Value*& out) {
   Layers layers;
   if (const DWORD code = FindLayers(key, layers)) return code;
   for (const Place& place : layers) {
-    const DWORD code = ReadValue(place, name, out);
+    const DWORD code = ReadValue(place, name, room, out);
     if (code != ERROR_FILE_NOT_FOUND) return code;
   }
   return ERROR_FILE_NOT_FOUND;
@@ -46,41 +47,45 @@ bool isText(DWORD type) {
 LSTATUS RegQueryValueExW(HKEY handle, const wchar_t* name, DWORD*, DWORD* type, void* data,
                          DWORD* size) {
   if (data && !size) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_QUERY_VALUE, key)) return LSTATUS(code);
-  Value value{};
-  if (const DWORD code = readValue(*key, orEmpty(name), value)) return LSTATUS(code);
-  return putData(value, type, data, size);
+  ReadCache::ValueResult room{};
+  const Value* value = nullptr;
+  if (const DWORD code = readValue(key, orEmpty(name), room, value)) return LSTATUS(code);
+  return putData(*value, type, data, size);
 }
 
 LSTATUS RegQueryValueExA(HKEY handle, const char* name, DWORD*, DWORD* type, void* data,
                          DWORD* size) {
   if (data && !size) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_QUERY_VALUE, key)) return LSTATUS(code);
-  Value value{};
-  if (const DWORD code = readValue(*key, name ? Widen(name) : L"", value)) return LSTATUS(code);
-  if (isText(value.type)) value.data = Narrow(FromUtf16Le(value.data));
-  return putData(value, type, data, size);
+  ReadCache::ValueResult room{};
+  const Value* value = nullptr;
+  if (const DWORD code = readValue(key, name ? Widen(name) : L"", room, value)) {
+    return LSTATUS(code);
+  }
+  if (!isText(value->type)) return putData(*value, type, data, size);
+  return putData({value->type, Narrow(FromUtf16Le(value->data))}, type, data, size);
 }
 
 LSTATUS RegSetValueExW(HKEY handle, const wchar_t* name, DWORD, DWORD type, const void* data,
                        DWORD size) {
   if (!data && size > 0) return ERROR_INVALID_PARAMETER;
   if (orEmpty(name).size() > kLongestValueName) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_SET_VALUE, key)) return LSTATUS(code);
   Place place;
-  if (const DWORD code = FindWritten(*key, place)) return LSTATUS(code);
+  if (const DWORD code = FindWritten(key, place)) return LSTATUS(code);
   const std::string_view bytes(static_cast<const char*>(data), size);
   return LSTATUS(WriteValue(place, orEmpty(name), type, bytes));
 }
 
 LSTATUS RegDeleteValueW(HKEY handle, const wchar_t* name) {
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_SET_VALUE, key)) return LSTATUS(code);
   Layers layers;
-  if (const DWORD code = FindLayers(*key, layers)) return LSTATUS(code);
+  if (const DWORD code = FindLayers(key, layers)) return LSTATUS(code);
   for (const Place& place : layers) {
     const DWORD code = DeleteValue(place, orEmpty(name));
     if (code != ERROR_FILE_NOT_FOUND) return LSTATUS(code);
@@ -92,19 +97,20 @@ LSTATUS RegEnumValueW(HKEY handle, DWORD index, wchar_t* name, DWORD* name_size,
                       DWORD* type, void* data, DWORD* size) {
   constexpr int kTries = 100;
   if (!name || !name_size || (data && !size)) return ERROR_INVALID_PARAMETER;
-  KeyPointer key;
+  OpenKey key;
   if (const DWORD code = KeyOfHandle(handle, KEY_QUERY_VALUE, key)) return LSTATUS(code);
   for (int tries = 0; tries < kTries; ++tries) {
     std::shared_ptr<const Listing> listing;
-    if (const DWORD code = ReadListing(*key, listing)) return LSTATUS(code);
+    if (const DWORD code = ReadListing(key, listing)) return LSTATUS(code);
     if (index >= listing->values.size()) return ERROR_NO_MORE_ITEMS;
     const std::wstring& found = listing->values[index].name;
-    Value value{};
-    const DWORD code = readValue(*key, found, value);
+    ReadCache::ValueResult room{};
+    const Value* value = nullptr;
+    const DWORD code = readValue(key, found, room, value);
     if (code == ERROR_FILE_NOT_FOUND) continue;  // deleted since it was listed
     if (code != ERROR_SUCCESS) return LSTATUS(code);
     if (found.size() >= *name_size) return ERROR_MORE_DATA;
-    if (const LSTATUS small = putData(value, type, data, size)) return small;
+    if (const LSTATUS small = putData(*value, type, data, size)) return small;
     std::wmemcpy(name, found.c_str(), found.size() + 1);
     *name_size = static_cast<DWORD>(found.size());
     return ERROR_SUCCESS;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/registry_key_internal.h"
 #include "qelbase/outside/system/services_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -18,27 +19,16 @@ std::wstring pathOf(const std::wstring& name) {
 
 // --- keys and values ---------------------------------------------------------------------------
 
-class Key {
- public:
-  Key() = default;
-  ~Key() {
-    if (m_key) RegCloseKey(m_key);
-  }
-  Key(const Key&) = delete;
-  Key& operator=(const Key&) = delete;
+using Key = RegistryKey;
 
-  DWORD open(const std::wstring& path, REGSAM access) {
-    return static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, access, &m_key));
-  }
-  DWORD create(const std::wstring& path, REGSAM access) {
-    return static_cast<DWORD>(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0,
-                                              access, nullptr, &m_key, nullptr));
-  }
-  HKEY get() const { return m_key; }
+DWORD openKey(const std::wstring& path, REGSAM access, Key& out) {
+  return static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, access, out.out()));
+}
 
- private:
-  HKEY m_key = nullptr;
-};
+DWORD makeKey(const std::wstring& path, REGSAM access, Key& out) {
+  return static_cast<DWORD>(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, access,
+                                            nullptr, out.out(), nullptr));
+}
 
 struct Value {
   DWORD type = REG_NONE;
@@ -126,7 +116,7 @@ DWORD missingIfGone(DWORD code) {
 
 DWORD deleteTree(const std::wstring& path) {
   Key key;
-  if (const DWORD code = key.open(path, KEY_READ)) return code;
+  if (const DWORD code = openKey(path, KEY_READ, key)) return code;
   wchar_t child[kLongestName + 1];
   while (RegEnumKeyW(key.get(), 0, child, kLongestName + 1) == ERROR_SUCCESS) {
     if (const DWORD code = deleteTree(path + L"\\" + child)) return code;
@@ -144,13 +134,14 @@ bool IsServiceName(std::wstring_view name) {
 DWORD CheckRegistry(const std::wstring& name, REGSAM access) {
   Key key;
   const bool may_make = name.empty() && (access & KEY_CREATE_SUB_KEY) != 0;
-  const DWORD code = may_make ? key.create(pathOf(name), access) : key.open(pathOf(name), access);
+  const DWORD code =
+      may_make ? makeKey(pathOf(name), access, key) : openKey(pathOf(name), access, key);
   return name.empty() && code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : missingIfGone(code);
 }
 
 DWORD ReadRecord(const std::wstring& name, Record& out) {
   Key key;
-  if (const DWORD code = key.open(pathOf(name), KEY_READ)) return missingIfGone(code);
+  if (const DWORD code = openKey(pathOf(name), KEY_READ, key)) return missingIfGone(code);
   Record record;
   const bool whole = readText(key, kPath, record.path) && readNumber(key, L"Type", record.type) &&
                      readNumber(key, L"Start", record.start);
@@ -166,7 +157,7 @@ DWORD ReadRecord(const std::wstring& name, Record& out) {
 
 DWORD WriteRecord(const std::wstring& name, const Record& record) {
   Key key;
-  if (const DWORD code = key.create(pathOf(name), KEY_READ | KEY_WRITE)) return code;
+  if (const DWORD code = makeKey(pathOf(name), KEY_READ | KEY_WRITE, key)) return code;
   for (const wchar_t* left_over : {kPath, L"DeleteFlag", L"Description"}) {
     if (const DWORD code = removeValue(key, left_over)) return code;
   }
@@ -186,21 +177,21 @@ DWORD WriteRecord(const std::wstring& name, const Record& record) {
 
 DWORD WriteDescription(const std::wstring& name, std::wstring_view text) {
   Key key;
-  if (const DWORD code = key.open(pathOf(name), KEY_WRITE)) return missingIfGone(code);
+  if (const DWORD code = openKey(pathOf(name), KEY_WRITE, key)) return missingIfGone(code);
   if (text.empty()) return removeValue(key, L"Description");
   return writeText(key, L"Description", REG_SZ, std::wstring(text));
 }
 
 DWORD MarkRecord(const std::wstring& name) {
   Key key;
-  if (const DWORD code = key.open(pathOf(name), KEY_WRITE)) return missingIfGone(code);
+  if (const DWORD code = openKey(pathOf(name), KEY_WRITE, key)) return missingIfGone(code);
   return writeNumber(key, L"DeleteFlag", 1);
 }
 
 DWORD DeleteRecord(const std::wstring& name) {
   {
     Key key;
-    DWORD code = key.open(pathOf(name), KEY_WRITE);
+    DWORD code = openKey(pathOf(name), KEY_WRITE, key);
     if (code == ERROR_SUCCESS) code = removeValue(key, kPath);
     if (code != ERROR_SUCCESS) return missingIfGone(code);
   }
@@ -211,7 +202,7 @@ void ForEachRecord(const std::function<bool(const std::wstring&, const Record&)>
   std::vector<std::wstring> names;
   {
     Key key;
-    if (key.open(kServices, KEY_READ) != ERROR_SUCCESS) return;
+    if (openKey(kServices, KEY_READ, key) != ERROR_SUCCESS) return;
     wchar_t name[kLongestName + 1];
     for (DWORD i = 0; RegEnumKeyW(key.get(), i, name, kLongestName + 1) == ERROR_SUCCESS; ++i) {
       names.emplace_back(name);
