@@ -2,7 +2,7 @@
 add_executable(user_program platform/user_program.cpp)
 target_link_libraries(user_program PRIVATE QelBase::qelbase)
 add_executable(load_program platform/load_program.cpp)
-target_link_libraries(load_program PRIVATE ${CMAKE_DL_LIBS})
+target_link_libraries(load_program PRIVATE ${CMAKE_DL_LIBS} Threads::Threads)
 target_compile_features(load_program PRIVATE cxx_std_20)
 target_compile_options(load_program PRIVATE -fnon-call-exceptions)
 # Their faults are meant; the undefined-behaviour sanitizer would come before the processor.

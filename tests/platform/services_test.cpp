@@ -346,7 +346,9 @@ TEST(CSingleLock, HoldsItsSectionOnceAgainstOtherThreads) {
   EXPECT_FALSE(elsewhere());  // the owner's own lock is left
   EXPECT_TRUE(section.Unlock());
   EXPECT_TRUE(elsewhere());
+#ifndef __SANITIZE_THREAD__  // which ends the program here
   EXPECT_FALSE(section.Unlock());
+#endif
 }
 
 }  // namespace

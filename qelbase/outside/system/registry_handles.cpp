@@ -4,6 +4,7 @@
 #include <deque>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/registry_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -30,8 +31,8 @@ struct Table {
 };
 
 Table& table() {
-  static Table& kept = *new Table;
-  return kept;
+  static Lasting<Table> kept;
+  return *kept;
 }
 
 HKEY handleOf(std::uint32_t slot, std::uint32_t uses) {
@@ -82,8 +83,8 @@ struct Predefined {
 };
 
 Predefined& predefined() {
-  static Predefined& kept = *new Predefined;
-  return kept;
+  static Lasting<Predefined> kept;
+  return *kept;
 }
 
 std::uint32_t predefinedNumber(HKEY handle) {

@@ -5,6 +5,7 @@
 
 #include "qelbase/outside/system/environment_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/registry_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -22,8 +23,8 @@ struct Hives {
 
 // Calls may still come while the process ends.
 Hives& hives() {
-  static Hives& kept = *new Hives;
-  return kept;
+  static Lasting<Hives> kept;
+  return *kept;
 }
 
 template <typename Visit>
@@ -108,8 +109,8 @@ Hive& placed(Hive* Hives::*hive) {
 }  // namespace
 
 std::shared_mutex& ForkGate() {
-  static std::shared_mutex& kept = *new std::shared_mutex;
-  return kept;
+  static Lasting<std::shared_mutex> kept;
+  return *kept;
 }
 
 Hive& UserHive() {
