@@ -166,6 +166,8 @@ TEST_F(Help, TurnsThePagesOfTheGettingStartedBook) {
   m_help.SetShowGettingStartedAtStartup(false);
   EXPECT_FALSE(m_help.ShowGettingStartedAtStartup());
   EXPECT_EQ(m_app.GetProfileInt(L"Tip", L"StartUp", 7), 0u);
+  m_app.WriteProfileInt(L"Tip", L"StartUp", 2);
+  EXPECT_FALSE(m_help.ShowGettingStartedAtStartup());
 }
 
 TEST_F(Help, ReadsShowidWhereItIsTold) {
