@@ -210,8 +210,10 @@ bool MSystemInfo::IS_HTML_HELP_INSTALLED() {
 }
 
 void MSystemInfo::GET_RESOLUTION(int& width, int& height) {
-  width = GetSystemMetrics(SM_CXSCREEN);
-  height = GetSystemMetrics(SM_CYSCREEN);
+  const HDC screen = GetDC(nullptr);  // asks the display once
+  width = GetDeviceCaps(screen, HORZRES);
+  height = GetDeviceCaps(screen, VERTRES);
+  ReleaseDC(nullptr, screen);
 }
 
 COLOR_TYPES MSystemInfo::GET_COLOR_DEPTH() {

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/messages.h"
 #include "qelbase/progress/MProgress.h"
 
@@ -19,8 +20,8 @@ struct Pins {
   std::atomic<std::uint32_t> changes{0};
 
   static Pins& Get() {
-    static Pins& pins = *new Pins;
-    return pins;
+    static qel::sys::Lasting<Pins> pins;
+    return *pins;
   }
   bool Has(const MProgress* scope) const {
     return std::find(scopes.begin(), scopes.end(), scope) != scopes.end();
@@ -60,9 +61,9 @@ class MProgressManager::Pin {
 constinit std::atomic<MProgressManager*> MProgressManager::s_instance = nullptr;
 
 MProgressManager& MProgressManager::MakeInstance() {
-  static MProgressManager& instance = *new MProgressManager;
-  s_instance.store(&instance, std::memory_order_release);
-  return instance;
+  static qel::sys::Lasting<MProgressManager> instance;
+  s_instance.store(&*instance, std::memory_order_release);
+  return *instance;
 }
 
 MProgressManager::MProgressManager(const MProgressManager& other)

@@ -53,6 +53,15 @@ TEST_F(Application, IsTheProgramsOwn) {
     SetMessageBoxHandler(old);
   }
   EXPECT_EQ(AfxGetApp(), nullptr);
+
+  const SystemCalls before = Calls();
+  Calls().readlink = [](const char*, char* text, size_t) {
+    return static_cast<ssize_t>(std::string_view("/opt/tool-1.0/app").copy(text, 17));
+  };
+  const CWinApp app;
+  Calls() = before;
+  EXPECT_STREQ(app.m_pszExeName, L"app");
+  EXPECT_TRUE(std::wstring(app.m_pszHelpFilePath).ends_with(L"\\tool-1.0\\app.chm"));
 }
 
 TEST_F(Application, KeepsSettingsInEitherPlace) {
@@ -80,8 +89,10 @@ TEST_F(Application, KeepsSettingsInEitherPlace) {
   }
   CWinApp app(L"Carver");
   app.SetRegistryKey(L"Maker");
-  app.WriteProfileString(L"Tip", L"n", L"text");
-  EXPECT_EQ(app.GetProfileInt(L"Tip", L"n", 5), 5u);  // not of that kind
+  app.WriteProfileString(L"Tip", L"n", L"t");  // as many bytes as a number has
+  EXPECT_EQ(app.GetProfileInt(L"Tip", L"n", 5), 5u);
+  app.WriteProfileInt(L"Tip", L"i", 5);
+  EXPECT_EQ(app.GetProfileString(L"Tip", L"i", L"none"), L"none");
   (void)app.GetProfileInt(L"Read", L"n", 0);
   HKEY key = nullptr;
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Maker\\Carver\\Read", 0, KEY_READ, &key),

@@ -76,6 +76,8 @@ TEST_F(Clipboard, KeepsTextsWhole) {
     EXPECT_EQ(blockSize(1), std::strlen(narrow) + 1);
   }
   EXPECT_TRUE(runInChild([] { _exit(text() == L"W\xF6rk\n" ? 0 : 1); }).exit_code == 0);
+  EXPECT_TRUE(CopyStringToClipboard(L"wide"));
+  EXPECT_FALSE(IsClipboardFormatAvailable(1));
 }
 
 TEST_F(Clipboard, PrefersWideTextAndBoundsWhatIsThere) {

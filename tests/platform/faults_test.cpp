@@ -73,6 +73,8 @@ TEST_P(Faults, ArriveAsExceptionsAndLeaveNothingBehind) {
   const Row& row = GetParam();
   const std::string fault = row.fault;
   if (is_thread_sanitized && fault.starts_with("overflow")) GTEST_SKIP();
+  // The sanitizer's handler runs first, with the check of alignment still on, and faults itself.
+  if (is_thread_sanitized && fault == "misaligned") GTEST_SKIP();
   // The sanitizer's own look at the address faults first, where no statement may throw.
   if (is_sanitized && fault == "noaddress") GTEST_SKIP();
   const End end = runFault("show " + fault);
@@ -193,11 +195,13 @@ TEST(FaultTranslation, ComesAfterADebugger) {
 TEST(FaultTranslation, LeavesNothingOfAnUnloadedLibrary) {
   const std::string load = LOAD_PROGRAM " " QELBASE_LIBRARY;
   const std::string handler = is_sanitized ? "handler 1" : "handler 0";
-  const std::string setting = std::string("QEL_FAULTS=1 ") + without_leaks;
+  // The allocator's own stores would count as blocks in use.
+  const std::string setting =
+      std::string("QEL_FAULTS=1 GLIBC_TUNABLES=glibc.malloc.tcache_count=0 ") + without_leaks;
   std::string end = run(load, setting).out;
   if (is_sanitized)
     end = end.substr(0, end.rfind('+')) + "+0\n";  // the mappings are the sanitizer's
-  EXPECT_EQ(end, "caught mapped 0 " + handler + " threads +0 files +0 mappings +0\n");
+  EXPECT_EQ(end, "caught mapped 0 " + handler + " threads +0 files +0 blocks +0 mappings +0\n");
 
   const qeltest::TempFolder folder;
   const std::string copy = (folder / "libcopy.so").string();

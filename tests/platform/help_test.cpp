@@ -166,6 +166,8 @@ TEST_F(Help, TurnsThePagesOfTheGettingStartedBook) {
   m_help.SetShowGettingStartedAtStartup(false);
   EXPECT_FALSE(m_help.ShowGettingStartedAtStartup());
   EXPECT_EQ(m_app.GetProfileInt(L"Tip", L"StartUp", 7), 0u);
+  m_app.WriteProfileInt(L"Tip", L"StartUp", 2);
+  EXPECT_FALSE(m_help.ShowGettingStartedAtStartup());
 }
 
 TEST_F(Help, ReadsShowidWhereItIsTold) {
@@ -258,7 +260,7 @@ TEST_F(HelpProgram, OpensTheBrowserOnADesktop) {
             std::string::npos);
 }
 
-TEST_F(HelpProgram, FindsAViewerByNameAndGivesUpForGood) {
+TEST_F(HelpProgram, FindsAViewerByNameGivesUpForGoodAndOutlivesOneThatCrashes) {
   const auto beside = std::filesystem::path(SHOW_HELP).parent_path() / "hhctrl.ocx";
   writeBytes(m_folder / "broken.so", "no module");
   const std::string broken = "register:" + (m_folder / "broken.so").string();
@@ -271,6 +273,9 @@ TEST_F(HelpProgram, FindsAViewerByNameAndGivesUpForGood) {
                 .exit_code,
             0);
   EXPECT_EQ(show(entryless + " topic: register:" HELP_VIEWER " topic:").text, "0\n1\n0\n1\n");
+  m_variables.set("QEL_FAULTS", "1");
+  EXPECT_EQ(show("register:" CRASHING_VIEWER " topic: topic:").text,
+            "0\nEXCEPTION_ACCESS_VIOLATION\nEXCEPTION_ACCESS_VIOLATION\n");
   std::error_code ignored;
   std::filesystem::remove(beside, ignored);
   std::filesystem::create_symlink(HELP_VIEWER, beside);

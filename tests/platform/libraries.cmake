@@ -2,7 +2,7 @@
 add_executable(user_program platform/user_program.cpp)
 target_link_libraries(user_program PRIVATE QelBase::qelbase)
 add_executable(load_program platform/load_program.cpp)
-target_link_libraries(load_program PRIVATE ${CMAKE_DL_LIBS})
+target_link_libraries(load_program PRIVATE ${CMAKE_DL_LIBS} Threads::Threads)
 target_compile_features(load_program PRIVATE cxx_std_20)
 target_compile_options(load_program PRIVATE -fnon-call-exceptions)
 # Their faults are meant; the undefined-behaviour sanitizer would come before the processor.
@@ -33,13 +33,16 @@ add_dependencies(test_platform plain_module loadable_module)
 # user's would, through the shared library.
 add_library(recording_viewer MODULE platform/recording_viewer.cpp)
 target_link_libraries(recording_viewer PRIVATE qelbase_compile)
+add_library(crashing_viewer MODULE platform/crashing_viewer.cpp)
+target_compile_options(crashing_viewer PRIVATE -fno-sanitize=all)
 add_executable(show_help platform/show_help.cpp)
 target_link_libraries(show_help PRIVATE qelbase qelbase_compile)
 target_compile_definitions(
   test_platform PRIVATE RECORDING_VIEWER="$<TARGET_FILE:recording_viewer>"
+                        CRASHING_VIEWER="$<TARGET_FILE:crashing_viewer>"
                         HELP_VIEWER="$<TARGET_FILE:qelhelp>" SHOW_HELP="$<TARGET_FILE:show_help>"
                         HELPERS="$<TARGET_FILE_DIR:clipboard_owner>")
-add_dependencies(test_platform recording_viewer show_help qelhelp clipboard_owner)
+add_dependencies(test_platform recording_viewer crashing_viewer show_help qelhelp clipboard_owner)
 
 # The service that the tests of services install.
 add_executable(service_program platform/service_program.cpp)

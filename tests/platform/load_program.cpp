@@ -1,18 +1,22 @@
-// Loads and unloads the library in a process that knows nothing of it. Run by faults_test.cpp:
+// Loads and unloads the library, or a module that uses it, in a process that knows nothing of them:
 // load_program LIBRARY [SECOND_COPY].
 #include <dlfcn.h>
+#include <malloc.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 namespace {
 
 struct State {
+  std::size_t bytes = mallinfo2().uordblks;
   long threads = 0;
   long files = 0;
   long mappings = 0;  // of any kind
@@ -48,18 +52,33 @@ const char* caught() {
   return "nothing ";
 }
 
+// A module that uses the library says what went wrong. On a thread that ends, as the loader keeps
+// what the thread still has to destroy.
+void use(void* loaded) {
+  using Use = const char*(const char*);
+  Use* const function = reinterpret_cast<Use*>(dlsym(loaded, "UseLibraryIn"));
+  if (!function) return;
+  std::thread([&] { std::fputs(function(std::getenv("QEL_TEST_FOLDER")), stdout); }).join();
+}
+
 int loadOften(const char* library) {
+  constexpr long cycles = 100;
+  constexpr long settled = 20;
   State early;
-  for (int i = 0; i < 100; ++i) {
+  for (long i = 1; i <= cycles; ++i) {
     void* const loaded = dlopen(library, RTLD_NOW);
     if (!loaded) return std::puts(dlerror()), 1;
-    if (i == 0) std::fputs(caught(), stdout);
+    if (i == 1) std::fputs(caught(), stdout);
+    use(loaded);
     dlclose(loaded);
-    if (i == 20) early = look();
+    if (i == settled) early = look();
   }
   const State late = look();
-  std::printf("mapped %d handler %d threads +%ld files +%ld mappings +%ld\n", late.is_mapped,
-              late.has_handler, late.threads - early.threads, late.files - early.files,
+  constexpr long smallest_block = 16;
+  const long bytes = static_cast<long>(late.bytes - early.bytes);
+  std::printf("mapped %d handler %d threads +%ld files +%ld blocks +%ld mappings +%ld\n",
+              late.is_mapped, late.has_handler, late.threads - early.threads,
+              late.files - early.files, bytes / smallest_block / (cycles - settled),
               late.mappings - early.mappings);
   return 0;
 }

@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 
 #include "qelbase/outside/system/events.h"
@@ -29,6 +30,7 @@ using namespace qel::sys;
 std::string mode, folder;
 int told = -1;
 HANDLE stop = nullptr;
+std::mutex answering;  // a step is answered before the end is told
 
 CServiceStatus& status() {
   static CServiceStatus& kept = *new CServiceStatus;
@@ -76,6 +78,7 @@ int report(char step) {
 void runSteps() {
   const int asked = open((folder + "/asked").c_str(), O_RDWR | O_CLOEXEC);
   for (char step = 0; read(asked, &step, 1) == 1;) {
+    const std::scoped_lock lock(answering);
     const char line[] = {step, ' ', report(step) ? '1' : '0', 0};
     tell(line);
   }
@@ -93,7 +96,9 @@ void serviceMain(DWORD count, wchar_t** arguments) {
   std::string line("main");
   for (DWORD i = 0; i < count; ++i) line.append(1, ' ').append(Narrow(arguments[i]));
   tell(line);
-  status().UpdateControlsAcceptedOnRun(SERVICE_ACCEPT_PARAMCHANGE, 1);
+  status().UpdateControlsAcceptedOnRun(SERVICE_ACCEPT_PARAMCHANGE | SERVICE_ACCEPT_PAUSE_CONTINUE,
+                                       1);
+  status().UpdateControlsAcceptedOnRun(SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_PAUSE_CONTINUE, 0);
   status().Attach(RegisterServiceCtrlHandlerExW(L"", handle, nullptr));
   mode == "plain" ? runPlain() : runSteps();
 }
@@ -126,6 +131,7 @@ int main(int argc, char** argv) {
   stop = CreateEventW(1, 0);
   const SERVICE_TABLE_ENTRYW table[] = {{L"", serviceMain}, {nullptr, nullptr}};
   const BOOL served = StartServiceCtrlDispatcherW(table);
+  const std::scoped_lock lock(answering);
   tell("end " + std::to_string(served));
   // A service may go on for a while after it has said that it stopped.
   return served ? 0 : 8;

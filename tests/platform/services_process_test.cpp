@@ -240,17 +240,34 @@ TEST_F(ServiceProcesses, ThatDoNotStopInTimeStay) {
   EXPECT_EQ(manager.GetLastError(), 1460U);
   EXPECT_EQ(manager.IsInstalledAndRunning(), 1);
 
-  // The messages of the waiting thread are dispatched meanwhile, again and again.
+  // The messages of the waiting thread are dispatched meanwhile, again and again, up to the last
+  // millisecond, and wherever else the clock is set.
+  ClockOverride clock;
+  clock.setTickCount(20000);
   int seen = 0;
   const HWND window = CreateMessageWindow([&](HWND, UINT, WPARAM, LPARAM) -> LRESULT {
-    const bool enough = ++seen == 3;
-    EXPECT_TRUE(!enough || write(m_asked.get(), "S", 1) == 1);
+    clock.setTickCount(++seen == 1 ? 30000 : 11000);
+    EXPECT_TRUE(seen != 3 || write(m_asked.get(), "S", 1) == 1);
     return 0;
   });
   PostMessageW(window, 1, 0, 0);
   EXPECT_EQ(manager.StopService(), 1);
   EXPECT_GE(seen, 3);
   DestroyWindow(window);
+}
+
+TEST_F(ServiceProcesses, AreWaitedForUntilTheyHaveStarted) {
+  const SC_HANDLE service = create(L"led", led(L"steps"));
+  DWORD state_after = 0;
+  std::thread starter([&] {
+    EXPECT_EQ(CNTServiceMgr(L"led").StartServiceW(true), 1);
+    state_after = stateOf(service);
+  });
+  for (int lines = 0; lines < 2; ++lines) EXPECT_NE(line(), "");
+  EXPECT_EQ(ask('P'), "P 1");
+  EXPECT_EQ(ask('R'), "R 1");
+  starter.join();
+  EXPECT_EQ(state_after, 4U);
 }
 
 TEST_F(ServiceProcesses, WhoseHandlerHangsAreWaitedForThirtySeconds) {

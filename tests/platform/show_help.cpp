@@ -1,5 +1,6 @@
 // Shows help as an application does: show_help HELP-FILE STEP..., each step a word and its
-// argument: context:NUMBER, topic:TOPIC, popup:NUMBER, register:VIEWER. Prints the result of each.
+// argument: context:NUMBER, topic:TOPIC, popup:NUMBER, register:VIEWER. Prints the result of each,
+// or the fault that came of it.
 #include <qelbase/qelbase.h>
 
 #include <cstdio>
@@ -40,7 +41,11 @@ int main(int count, char** arguments) {
   for (int i = 2; i < count; ++i) {
     const std::wstring step = qel::sys::Widen(arguments[i], qel::sys::CP_UTF8);
     const std::size_t colon = step.find(L':');
-    std::printf("%d\n", run(step.substr(0, colon), step.substr(colon + 1)));
+    try {
+      std::printf("%d\n", run(step.substr(0, colon), step.substr(colon + 1)));
+    } catch (const MException& fault) {
+      std::printf("%ls", fault.GetName());  // which ends its line
+    }
     std::fflush(stdout);
   }
   return 0;

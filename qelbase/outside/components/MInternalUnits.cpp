@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "qelbase/outside/system/lasting_internal.h"
+
 namespace QelSDK::Common {
 
 void IInternalUnitsObserver::_OnInternalUnitsChange(const double&, const double&, const bool&) {}
@@ -30,8 +32,8 @@ void MInternalUnitsObserver::_Leave() {
 
 // Never destroyed: values that are static objects leave it at the very end of the process.
 MInternalUnits& MInternalUnits::GetInstance() {
-  static MInternalUnits& instance = *new MInternalUnits;
-  return instance;
+  static qel::sys::Lasting<MInternalUnits> instance([] { return MInternalUnits(); });
+  return *instance;
 }
 
 bool MInternalUnits::Set(double units, bool convert) {

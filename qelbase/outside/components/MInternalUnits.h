@@ -114,7 +114,6 @@ class QELBASE_API MInternalUnits {
   };
 
   MInternalUnits() = default;
-  ~MInternalUnits() = default;
   void Enter(MInternalUnitsObserver& observer, MInternalUnitsObserver::Teller teller);
   void Leave(MInternalUnitsObserver& observer);
   void Tell(double new_units, bool convert);

@@ -14,6 +14,7 @@
 #include "qelbase/outside/components/MFile.h"
 #include "qelbase/outside/system/debug.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/text.h"
 
 namespace QelSDK::Common::Logging {
@@ -161,8 +162,8 @@ struct Registry {
 };
 
 Registry& registry() {
-  static Registry& instance = *new Registry;
-  return instance;
+  static qel::sys::Lasting<Registry> instance;
+  return *instance;
 }
 
 // "2026-11-22 23:12:56.123 error [channel] text", local time.

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <utility>
 
+#include "qelbase/outside/system/lasting_internal.h"
+
 namespace QelSDK::Common {
 
 namespace ProgressDelegateProvider {
@@ -25,11 +27,14 @@ class StubDelegate : public IProgressDelegate {
 struct Shared {
   std::mutex lock;
   Provider provider;
-  const std::shared_ptr<IProgressDelegate> stub = std::make_shared<StubDelegate>();
+  StubDelegate stub;
+
+  // Nobody's: it needs no count, which would lie on the heap.
+  std::shared_ptr<IProgressDelegate> Stub() { return {std::shared_ptr<void>(), &stub}; }
 
   static Shared& Get() {
-    static Shared& shared = *new Shared;
-    return shared;
+    static qel::sys::Lasting<Shared> shared;
+    return *shared;
   }
 };
 
@@ -49,11 +54,11 @@ std::shared_ptr<IProgressDelegate> GetSharedDelegate(const IProgressInfo& info) 
     provider = shared.provider;
   }
   auto delegate = provider ? provider(info) : nullptr;
-  return delegate ? delegate : shared.stub;
+  return delegate ? delegate : shared.Stub();
 }
 
 std::shared_ptr<IProgressDelegate> GetStubDelegate() {
-  return Shared::Get().stub;
+  return Shared::Get().Stub();
 }
 
 }  // namespace ProgressDelegateProvider

@@ -45,6 +45,7 @@ BOOL CCriticalSection::Lock() {
 
 BOOL CCriticalSection::Lock(DWORD timeout) {
   if (timeout == kForEver) return pthread_mutex_lock(&m_mutex) == 0;
+  if (timeout == 0) return pthread_mutex_trylock(&m_mutex) == 0;
   const timespec end = After(timeout);
   return pthread_mutex_clocklock(&m_mutex, CLOCK_MONOTONIC, &end) == 0;
 }

@@ -15,6 +15,7 @@
 #include "qelbase/outside/system/descriptor_internal.h"
 #include "qelbase/outside/system/environment_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/memory_internal.h"
 
 namespace qel::sys {
@@ -81,8 +82,8 @@ struct Session {
 std::atomic<std::uint64_t> opener{0};
 
 Session& session() {
-  static Session& kept = *new Session;  // threads may end later than this file's statics
-  return kept;
+  static Lasting<Session> kept;  // threads may end later than this file's statics
+  return *kept;
 }
 
 std::uint64_t callingThread() {

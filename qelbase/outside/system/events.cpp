@@ -12,6 +12,7 @@
 
 #include "qelbase/outside/system/descriptor_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 
 namespace qel::sys {
 
@@ -32,8 +33,8 @@ struct Table {
 
 // Threads may still wait while the process ends.
 Table& table() {
-  static Table& kept = *new Table;
-  return kept;
+  static Lasting<Table> kept;
+  return *kept;
 }
 
 // Far from small numbers and addresses, so that a mistaken handle is found out.

@@ -12,6 +12,7 @@
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/files.h"
 #include "qelbase/outside/system/handles_internal.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/shares_internal.h"
@@ -30,8 +31,8 @@ struct Table {
 
 // Never destroyed: objects that close their handle may outlive this file's statics.
 Table& table() {
-  static Table& all = *new Table;
-  return all;
+  static Lasting<Table> all;
+  return *all;
 }
 
 HANDLE enter(Descriptor descriptor) {

@@ -12,6 +12,7 @@
 #include "qelbase/outside/system/files.h"
 #include "qelbase/outside/system/files_internal.h"
 #include "qelbase/outside/system/handles.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/listings_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
@@ -157,8 +158,8 @@ struct Table {
 };
 
 Table& table() {
-  static Table& all = *new Table;
-  return all;
+  static Lasting<Table> all;
+  return *all;
 }
 
 std::intptr_t enter(std::unique_ptr<Listing> listing) {

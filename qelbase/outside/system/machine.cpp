@@ -15,6 +15,7 @@
 #include <string>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/machine_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/syscalls_internal.h"
@@ -111,8 +112,8 @@ struct Devices {
 };
 
 Devices& devices() {
-  static Devices& one = *new Devices;
-  return one;
+  static Lasting<Devices> one;
+  return *one;
 }
 
 int fail(DWORD error) {

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/memory_internal.h"
 #include "qelbase/outside/system/syscalls_internal.h"
 
@@ -36,8 +37,8 @@ struct Table {
 
 // Never destroyed: blocks are freed while the process ends, too.
 Table& table() {
-  static Table& all = *new Table;
-  return all;
+  static Lasting<Table> all;
+  return *all;
 }
 
 // Runs `work` on the block; 0, or false, and 6 for no block.

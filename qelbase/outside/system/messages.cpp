@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/text.h"
 
 namespace qel::sys {
@@ -253,8 +254,8 @@ int Queue::Descriptor() {
 class WindowTable {
  public:
   static WindowTable& Get() {
-    static WindowTable& table = *new WindowTable;
-    return table;
+    static Lasting<WindowTable> table;
+    return *table;
   }
 
   HWND Add(std::shared_ptr<Window> window) {
@@ -370,8 +371,8 @@ struct BoxHandler {
   std::mutex lock;
   MessageBoxHandler handler;
   static BoxHandler& Get() {
-    static BoxHandler& handler = *new BoxHandler;
-    return handler;
+    static Lasting<BoxHandler> handler;
+    return *handler;
   }
 };
 

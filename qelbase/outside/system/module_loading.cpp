@@ -14,6 +14,7 @@
 
 #include "qelbase/outside/system/descriptor_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/modules.h"
 #include "qelbase/outside/system/modules_internal.h"
 #include "qelbase/outside/system/names.h"
@@ -105,8 +106,8 @@ struct Table {
 };
 
 Table& table() {
-  static Table& one = *new Table;  // modules are freed by static objects too
-  return one;
+  static Lasting<Table> one;  // modules are freed by static objects too
+  return *one;
 }
 
 HMODULE keep(void* loader_handle) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/registry_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -30,6 +31,8 @@ struct Slot {
   std::uint32_t next_free = kNone;  // under the lock, too
 };
 
+Slot* newChunk();
+
 // The slots that the threads of one shard open keys in; slots stay where they are, for good.
 class Shard {
  public:
@@ -41,7 +44,7 @@ class Shard {
     if (m_first_free != kNone) return std::exchange(m_first_free, at(m_first_free)->next_free);
     const std::uint32_t next = std::max(m_used.load(), 1U);
     if (next == kShardSlots) return kNone;
-    if (!at(next)) m_chunks[next / kChunkSlots].store(new Slot[kChunkSlots]);
+    if (!at(next)) m_chunks[next / kChunkSlots].store(newChunk());
     m_used.store(next + 1);
     return next;
   }
@@ -56,6 +59,9 @@ class Shard {
     return chunk ? &chunk[index % kChunkSlots] : nullptr;
   }
   std::uint32_t used() const { return m_used.load(); }
+  void freeChunks() {
+    for (const auto& chunk : m_chunks) delete[] chunk.load();
+  }
 
   std::mutex mutex;
 
@@ -67,6 +73,17 @@ class Shard {
 };
 
 constinit Shard shards[kThreadShards];
+
+struct Chunks {
+  ~Chunks() {
+    for (Shard& shard : shards) shard.freeChunks();
+  }
+};
+
+Slot* newChunk() {
+  static Lasting<Chunks> owner;
+  return new Slot[kChunkSlots];
+}
 
 struct Position {
   Shard* shard;

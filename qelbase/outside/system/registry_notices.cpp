@@ -1,6 +1,7 @@
 // Notices of changes. Every writer ends by a write to the file beside the hive, which inotify sees;
 // the times of change in the rows then tell whether it was one that somebody waits for.
 
+#include <dlfcn.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
@@ -11,6 +12,7 @@
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/events.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/registry_internal.h"
 
@@ -42,8 +44,8 @@ struct Notices {
 };
 
 Notices& notices() {
-  static Notices& kept = *new Notices;
-  return kept;
+  static Lasting<Notices> kept;
+  return *kept;
 }
 
 bool isDue(const Notice& notice) {
@@ -98,6 +100,13 @@ void watchLoop(int watch, int wake) {
   }
 }
 
+// The thread runs to the end of the process, so its code must.
+void stayLoaded() {
+  Dl_info self{};
+  if (dladdr(reinterpret_cast<const void*>(&watchLoop), &self) == 0) return;
+  dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 DWORD startWatching(const Notice& notice) {
   Notices& all = notices();
   if (!all.watch) {
@@ -108,6 +117,7 @@ DWORD startWatching(const Notice& notice) {
       all.watch = Descriptor();
       return code;
     }
+    stayLoaded();
     std::thread(watchLoop, all.watch.get(), all.wake.get()).detach();
   }
   for (const Place& place : notice.places) {

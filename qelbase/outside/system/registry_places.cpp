@@ -9,6 +9,7 @@
 
 #include "qelbase/outside/system/environment_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/registry_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -24,10 +25,14 @@ struct Hives {
   std::atomic<Hive*> machine = nullptr;
 };
 
-// Calls may still come while the process ends.
+// Calls may still come while the process ends. An unloading closes the hives before what they are
+// open through.
 Hives& hives() {
-  static Hives& kept = *new Hives;
-  return kept;
+  static Lasting<Hives> kept([] {
+    (void)WritingVfs();
+    return Hives();
+  });
+  return *kept;
 }
 
 template <typename Visit>
@@ -129,8 +134,8 @@ Hive& placed(const std::atomic<Hive*>& hive) {
 }  // namespace
 
 std::shared_mutex& ForkGate() {
-  static std::shared_mutex& kept = *new std::shared_mutex;
-  return kept;
+  static Lasting<std::shared_mutex> kept;
+  return *kept;
 }
 
 Hive& UserHive() {

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/registry_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -17,13 +18,13 @@ std::string folded(std::wstring_view name) {
 
 // What rests on this start of the machine; a volatile key of another one is no more.
 const std::string& bootId() {
-  static const std::string& kept = *new std::string([] {
+  static Lasting<std::string> kept([] {
     std::ifstream file("/proc/sys/kernel/random/boot_id");
     std::string id;
     std::getline(file, id);
     return id;
-  }());
-  return kept;
+  });
+  return *kept;
 }
 
 struct Row {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <map>
 
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/registry_hive_internal.h"
 
 namespace qel::sys::registry {
@@ -32,15 +33,31 @@ int mapIndex(sqlite3_file* file, int page, int size, int extend, void volatile**
   return (result & 0xFF) == SQLITE_READONLY ? SQLITE_CANTOPEN : result;
 }
 
-const sqlite3_io_methods* withOwn(const sqlite3_io_methods* real) {
-  static std::mutex& mutex = *new std::mutex;
-  static auto& kept = *new std::map<const sqlite3_io_methods*, Methods>;
-  const std::scoped_lock lock(mutex);
-  Methods& methods = kept.try_emplace(real, Methods{*real, real}).first->second;
-  methods.ours.xRead = readPart;
-  methods.ours.xShmMap = mapIndex;
-  return &methods.ours;
-}
+class WritingFiles {
+ public:
+  WritingFiles();
+  ~WritingFiles() { sqlite3_vfs_unregister(&m_vfs); }
+  WritingFiles(const WritingFiles&) = delete;
+  WritingFiles& operator=(const WritingFiles&) = delete;
+
+  static WritingFiles& get() {
+    static Lasting<WritingFiles> kept;
+    return *kept;
+  }
+  const char* name() const { return m_vfs.zName; }
+  const sqlite3_io_methods* withOwn(const sqlite3_io_methods* real) {
+    const std::scoped_lock lock(m_mutex);
+    Methods& methods = m_methods.try_emplace(real, Methods{*real, real}).first->second;
+    methods.ours.xRead = readPart;
+    methods.ours.xShmMap = mapIndex;
+    return &methods.ours;
+  }
+
+ private:
+  sqlite3_vfs m_vfs = *sqlite3_vfs_find("unix");
+  std::mutex m_mutex;
+  std::map<const sqlite3_io_methods*, Methods> m_methods;
+};
 
 // SQLite asks errno for the cause of a failure afterwards.
 int openFile(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out) {
@@ -57,21 +74,20 @@ int openFile(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int*
     errno = refusal;
     return SQLITE_CANTOPEN;
   }
-  file->pMethods = withOwn(file->pMethods);
+  file->pMethods = WritingFiles::get().withOwn(file->pMethods);
   return SQLITE_OK;
+}
+
+WritingFiles::WritingFiles() {
+  m_vfs.zName = "qelbase-hive";
+  m_vfs.xOpen = openFile;
+  sqlite3_vfs_register(&m_vfs, 0);
 }
 
 }  // namespace
 
 const char* WritingVfs() {
-  static const char* const kName = [] {
-    static sqlite3_vfs vfs = *sqlite3_vfs_find("unix");
-    vfs.zName = "qelbase-hive";
-    vfs.xOpen = openFile;
-    sqlite3_vfs_register(&vfs, 0);
-    return vfs.zName;
-  }();
-  return kName;
+  return WritingFiles::get().name();
 }
 
 }  // namespace qel::sys::registry

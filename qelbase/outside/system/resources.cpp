@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/resources_internal.h"
 
 namespace qel::sys {
@@ -82,10 +83,13 @@ std::optional<ResourceEntry> EntryOf(HINSTANCE module, HRSRC resource) {
 
 // One copy of each text that was asked for by address.
 const wchar_t* KeepForever(std::wstring text) {
-  static std::mutex& lock = *new std::mutex;
-  static auto& texts = *new std::set<std::wstring>;
-  std::lock_guard guard(lock);
-  return texts.insert(std::move(text)).first->c_str();
+  struct Kept {
+    std::mutex lock;
+    std::set<std::wstring> texts;
+  };
+  static Lasting<Kept> kept;
+  std::lock_guard guard((*kept).lock);
+  return (*kept).texts.insert(std::move(text)).first->c_str();
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/handles.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/services_internal.h"
 #include "qelbase/outside/system/text.h"
 
@@ -24,8 +25,8 @@ struct Table {
 
 // Never destroyed: objects that close their handle may outlive this file's statics.
 Table& table() {
-  static Table& kept = *new Table;
-  return kept;
+  static Lasting<Table> kept;
+  return *kept;
 }
 
 // Far from small numbers and addresses, so that a mistaken handle is found out.

@@ -8,6 +8,7 @@
 
 #include "qelbase/outside/system/environment_internal.h"
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/services_internal.h"
 
@@ -29,8 +30,8 @@ struct Self {
 
 // Threads of the service may report while the process ends.
 Self& self() {
-  static Self& kept = *new Self;
-  return kept;
+  static Lasting<Self> kept;
+  return *kept;
 }
 
 // Far from small numbers and addresses, so that a mistaken handle is found out.
