@@ -15,6 +15,7 @@
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/syscalls_internal.h"
 #include "qelbase/outside/system/text.h"
+#include "qelbase/outside/system/units_internal.h"
 #include "qelbase/settings/MIniFile.h"
 
 namespace {
@@ -107,20 +108,12 @@ std::basic_string_view<Char> trimLeft(std::basic_string_view<Char> text) {
   return text;
 }
 
-// The first line feed, or something from the size up.
 template <typename Char>
 std::size_t findLineFeed(std::basic_string_view<Char> text) {
   return text.find(Char{'\n'});
 }
-// The general search goes unit by unit; in blocks the compiler makes vectors of it.
 std::size_t findLineFeed(std::u16string_view text) {
-  constexpr std::size_t block = 16;
-  std::size_t begin = 0;
-  for (bool found = false; !found && text.size() - begin >= block;) {
-    for (std::size_t i = 0; i < block; ++i) found |= text[begin + i] == u'\n';
-    if (!found) begin += block;
-  }
-  return std::find(text.begin() + begin, text.end(), u'\n') - text.begin();
+  return qel::sys::FindUnit(text, u'\n');
 }
 
 // Cuts the next line off `rest`, with its line feed.
@@ -144,21 +137,10 @@ std::basic_string_view<Char> takeChunk(std::basic_string_view<Char>& rest) {
   return chunk;
 }
 
-// Whether a unit is a character in every code page, and no zero.
-bool isPlain(char unit) {
-  return static_cast<signed char>(unit) > 0;
-}
-bool isPlain(char16_t unit) {
-  return unit != 0 && (unit & 0xF800) != 0xD800;
-}
-
 // Whether a line is a single chunk of plain units, as most are.
 template <typename Char>
 bool isPlainChunk(std::basic_string_view<Char> line) {
-  if (line.size() >= longest_chunk) return false;
-  bool plain = true;
-  for (const Char unit : line) plain &= isPlain(unit);
-  return plain;
+  return line.size() < longest_chunk && qel::sys::IsPlain(line);
 }
 
 std::wstring wideText(std::wstring text) {
@@ -276,9 +258,9 @@ class MIniFile::Reader {
   template <typename Char>
   static void copy(std::basic_string_view<Char> from, std::wstring& to) {
     to.resize(from.size());
-    std::transform(from.begin(), from.end(), to.begin(),
-                   [](Char c) { return static_cast<wchar_t>(c); });
+    qel::sys::CopyUnits(from, to.data());
   }
+  static void copy(std::wstring_view from, std::wstring& to) { to = from; }
 
   // A value in a file of which only some records are kept is not worth keeping the whole file.
   template <typename Char>
@@ -373,34 +355,21 @@ std::wstring commentText(std::wstring_view comment) {
   return text;
 }
 
-// A descriptor of the emptied or new file, which nobody else has open; -1 and the last error.
+// A descriptor of the file, new or with its old content, which nobody else has open; -1 and the
+// last error.
 int openAlone(const wchar_t* name) {
   std::string native;
   if (!qel::sys::ToNativeForCreation(name, native)) return -1;
   const int fd = Calls().open(native.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
   if (fd < 0) return fail(qel::sys::ErrorOfPath(errno, native)), -1;
-  if (Calls().flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    fail(qel::sys::ERROR_SHARING_VIOLATION);
-  } else if (Calls().ftruncate(fd, 0) != 0) {
-    fail(qel::sys::ErrorFromErrno(errno));
-  } else {
-    return fd;
-  }
+  if (Calls().flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return fd;
+  fail(qel::sys::ERROR_SHARING_VIOLATION);
   Calls().close(fd);
   return -1;
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t moved = Calls().write(fd, bytes.data(), bytes.size());
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved <= 0) return fail(qel::sys::ErrorFromErrno(moved < 0 ? errno : ENOSPC)), false;
-    bytes.remove_prefix(static_cast<std::size_t>(moved));
-  }
-  return true;
-}
-
-// Text on its way into a file, in pieces. The first failure, which is the last error, ends it.
+// Text on its way into a file, in pieces, over what the file has: the system needn't free all pages
+// of the old content and clear new ones. The first failure, which is the last error, ends it.
 class Writer {
  public:
   explicit Writer(int fd) : m_fd(fd), m_units(new char16_t[piece]) {}
@@ -410,26 +379,24 @@ class Writer {
   Writer& add(std::basic_string_view<Char> text) {
     while (!text.empty()) {
       if (m_used == piece) flush();
-      const std::size_t count = std::min(text.size(), piece - m_used);
-      std::transform(text.begin(), text.begin() + count, m_units.get() + m_used,
-                     [](Char c) { return static_cast<char16_t>(c); });
-      m_used += count;
-      text.remove_prefix(count);
+      const auto part = text.substr(0, piece - m_used);
+      qel::sys::CopyUnits(part, m_units.get() + m_used);
+      m_used += part.size();
+      text.remove_prefix(part.size());
     }
     return *this;
   }
   Writer& add(std::wstring_view text) {
-    std::uint32_t bits = 0;
-    for (const wchar_t c : text) bits |= static_cast<std::uint32_t>(c);
-    if (bits <= 0xFFFF) return add<wchar_t>(text);
+    if (qel::sys::FitsUnits(text)) return add<wchar_t>(text);
     const std::u16string units = qel::sys::ToUtf16(text);
     return add(std::u16string_view(units));
   }
-  bool flush() {
-    const auto* bytes = reinterpret_cast<const char*>(m_units.get());
-    m_sound = m_sound && writeAll(m_fd, {bytes, m_used * sizeof(char16_t)});
-    m_used = 0;
-    return m_sound;
+  // The end of the text, and of the file. False after a failure.
+  bool finish() {
+    flush();
+    const bool cut = Calls().ftruncate(m_fd, m_written) == 0;
+    if (!cut && m_sound) fail(qel::sys::ErrorFromErrno(errno));
+    return cut && m_sound;
   }
 
   void addSection(std::wstring_view name, const MIniFile::Section& section) {
@@ -446,12 +413,25 @@ class Writer {
  private:
   static constexpr std::size_t piece = 65536;  // units
 
+  void flush() {
+    std::string_view bytes(reinterpret_cast<const char*>(m_units.get()), m_used * sizeof(char16_t));
+    m_used = 0;
+    while (m_sound && !bytes.empty()) {
+      const ssize_t moved = Calls().write(m_fd, bytes.data(), bytes.size());
+      if (moved < 0 && errno == EINTR) continue;
+      m_sound = moved > 0;
+      if (!m_sound) return void(fail(qel::sys::ErrorFromErrno(moved < 0 ? errno : ENOSPC)));
+      m_written += moved;
+      bytes.remove_prefix(static_cast<std::size_t>(moved));
+    }
+  }
+
   template <typename Char>
   void addValue(std::basic_string_view<Char> value) {
     if (!value.empty() && value[0] != Char{'\n'} && isSpace(static_cast<wchar_t>(value[0]))) {
       add(continued);
     }
-    for (std::size_t end; (end = findLineFeed(value)) < value.size();) {
+    for (std::size_t end; (end = findLineFeed(value)) != value.npos;) {
       add(value.substr(0, end)).add(continued);
       value.remove_prefix(end + 1);
     }
@@ -461,6 +441,7 @@ class Writer {
   int m_fd;
   std::unique_ptr<char16_t[]> m_units;
   std::size_t m_used = 0;
+  off_t m_written = 0;
   bool m_sound = true;
 };
 
@@ -479,7 +460,7 @@ std::uint32_t MIniFile::WriteToFile(const wchar_t* name, const wchar_t* comment)
   ForEach([&](std::wstring_view key, void* section) {
     if (section != first) writer.addSection(key, *static_cast<Section*>(section));
   });
-  const std::uint32_t code = writer.flush() ? 0 : lastErrorOrOne();
+  const std::uint32_t code = writer.finish() ? 0 : lastErrorOrOne();
   if (Calls().close(fd) == 0 || errno == EINTR || code != 0) return code;
   return fail(qel::sys::ErrorFromErrno(errno));
 }

@@ -3,10 +3,10 @@
 
 #include <memory>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 #include <variant>
 
+#include "qelbase/export.h"
 #include "qelbase/outside/framework/CString.h"
 
 namespace qel::framework {
@@ -14,7 +14,7 @@ namespace qel::framework {
 // A text. What was read from a file lies in the file's bytes, which all values of the file share,
 // until somebody wants a CStringW of its own: most values of a file are never asked for. An object
 // belongs to one thread at a time.
-class StoredText {
+class QELBASE_API StoredText {
  public:
   StoredText() = default;
   // `units` lies in what `file` keeps; each unit, signed ones not negative, is one character.
@@ -23,14 +23,7 @@ class StoredText {
       : m_text(Shared<Unit>{std::move(file), units}) {}
 
   // The text as an object of its own, which it is from now on.
-  CStringW& own() {
-    if (m_text.index() != 0) {
-      CStringW text;
-      copyTo(text);
-      m_text = std::move(text);
-    }
-    return *std::get_if<CStringW>(&m_text);
-  }
+  CStringW& own();
 
   // Calls `look` with a std::basic_string_view of wchar_t, char or char16_t; as above, each unit is
   // one character.
@@ -45,12 +38,7 @@ class StoredText {
     }
   }
 
-  void copyTo(CStringW& out) const {
-    look([&](auto units) {
-      wchar_t* to = out.GetBufferSetLength(static_cast<int>(units.size()));
-      for (std::size_t i = 0; i < units.size(); ++i) to[i] = static_cast<wchar_t>(units[i]);
-    });
-  }
+  void copyTo(CStringW& out) const;
   operator CStringW() const {
     CStringW text;
     copyTo(text);
