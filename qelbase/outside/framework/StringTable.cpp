@@ -253,4 +253,32 @@ void StringTableIndex::rebuild(std::size_t slots) {
   for (StringTableEntry* entry = m_first; entry; entry = entry->next) place(entry);
 }
 
+void* EntryRoom::take(std::size_t bytes) {
+  constexpr std::size_t smallest = 512, largest = 16384;
+  bytes = (bytes + alignment - 1) / alignment * alignment;
+  if (m_left < bytes) {
+    const std::size_t next = std::clamp(m_next_size * 2, smallest, largest);
+    const std::size_t size = std::max(bytes, next);
+    auto* const fresh = new (::operator new(sizeof(Block) + size)) Block{1};
+    clear();
+    m_block = fresh;
+    m_free = reinterpret_cast<char*>(fresh + 1);
+    m_left = size;
+    m_next_size = next;
+  }
+  ++m_block->holders;
+  m_left -= bytes;
+  return std::exchange(m_free, m_free + bytes);
+}
+
+void EntryRoom::release(Block* block) {
+  if (--block->holders == 0) ::operator delete(block);
+}
+
+void EntryRoom::clear() {
+  if (m_block) release(m_block);
+  m_block = nullptr;
+  m_left = m_next_size = 0;
+}
+
 }  // namespace qel::framework

@@ -69,6 +69,32 @@ class QELBASE_API StringTableIndex {
   StringTableEntry* m_last = nullptr;
 };
 
+// Room for the entries of a table, in blocks that hold many. A block goes when all its entries are
+// gone.
+class QELBASE_API EntryRoom {
+ public:
+  static constexpr std::size_t alignment = alignof(void*);
+  struct Block {
+    std::size_t holders;  // its entries, and the room whose current block it is
+  };
+
+  EntryRoom() = default;
+  ~EntryRoom() { clear(); }
+  EntryRoom(const EntryRoom&) = delete;
+  EntryRoom& operator=(const EntryRoom&) = delete;
+
+  void* take(std::size_t bytes);  // in block(), which it holds
+  Block* block() const { return m_block; }
+  static void release(Block* block);
+  void clear();  // starts anew; entries that live keep their blocks
+
+ private:
+  Block* m_block = nullptr;
+  char* m_free = nullptr;
+  std::size_t m_left = 0;
+  std::size_t m_next_size = 0;
+};
+
 // The table with its values. References to values stay valid until their key is removed.
 template <typename Value>
 class StringTable {
@@ -93,8 +119,8 @@ class StringTable {
   StringTableEntry* add(std::wstring_view key) { return add(key, FoldedHash(key)); }
   StringTableEntry* add(std::wstring_view key, std::uint32_t hash) {
     m_index.reserve(m_index.size() + 1);  // what can fail comes first
-    const std::size_t bytes = sizeof(Node) + (key.size() + 1) * sizeof(wchar_t);
-    auto* node = new (::operator new(bytes)) Node{};
+    void* const place = m_room.take(sizeof(Node) + (key.size() + 1) * sizeof(wchar_t));
+    auto* node = new (place) Node{m_room.block()};
     auto* text = reinterpret_cast<wchar_t*>(&node->entry + 1);
     std::memcpy(text, key.data(), key.size() * sizeof(wchar_t));
     text[key.size()] = L'\0';
@@ -113,24 +139,29 @@ class StringTable {
     StringTableEntry* entry = m_index.first();
     m_index.clear();
     while (entry) destroy(std::exchange(entry, entry->next));
+    m_room.clear();
   }
 
  private:
   struct Node {
-    Value value;
-    StringTableEntry entry;
+    EntryRoom::Block* block;
+    Value value{};
+    StringTableEntry entry{};
   };
+  static_assert(alignof(Node) <= EntryRoom::alignment);
 
   static Node* nodeOf(StringTableEntry* entry) {
     return reinterpret_cast<Node*>(reinterpret_cast<char*>(entry) - offsetof(Node, entry));
   }
   static void destroy(StringTableEntry* entry) {
     Node* node = nodeOf(entry);
+    EntryRoom::Block* const block = node->block;
     node->~Node();
-    ::operator delete(node);
+    EntryRoom::release(block);
   }
 
   StringTableIndex m_index;
+  EntryRoom m_room;
 };
 
 }  // namespace qel::framework
