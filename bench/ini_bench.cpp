@@ -222,7 +222,7 @@ void writeBoost(benchmark::State& state) {
 }
 BENCHMARK(writeBoost)->Name("write/Boost")->Unit(benchmark::kMillisecond);
 
-// --- limit ---
+// --- limits ---
 
 // Lines found, and nothing kept.
 void readLines(benchmark::State& state) {
@@ -235,5 +235,25 @@ void readLines(benchmark::State& state) {
   count(state);
 }
 BENCHMARK(readLines)->Name("read/limit_lines")->Unit(benchmark::kMillisecond);
+
+// The bytes of the wide file over the old ones, from one place in memory.
+void writeBytes(benchmark::State& state) {
+  MIniFile ini;
+  ini.ReadFromFile(files().wide("in.ini").c_str(), 0);
+  ini.WriteToFile(files().wide("limit.ini").c_str(), nullptr);
+  const std::string name = files().native("limit_u.ini");
+  const auto size = std::filesystem::file_size(name);
+  const std::string piece(1 << 17, 'x');
+  for (auto _ : state) {
+    std::fstream file(name, std::ios::binary | std::ios::in | std::ios::out);
+    for (std::uintmax_t done = 0; done < size; done += piece.size()) {
+      const auto part = std::min<std::uintmax_t>(piece.size(), size - done);
+      file.write(piece.data(), static_cast<std::streamsize>(part));
+    }
+    if (!file) state.SkipWithError("unwritten");
+  }
+  count(state);
+}
+BENCHMARK(writeBytes)->Name("write/limit_write")->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -106,6 +106,30 @@ void narrowIconv(benchmark::State& state, const Sample& sample) {
   count(state, texts);
 }
 
+// What it takes to write as many bytes as the conversion does.
+void fill(benchmark::State& state, std::size_t bytes) {
+  std::string out(bytes, '\0');
+  for (auto _ : state) {
+    std::fill(out.begin(), out.end(), 'x');
+    benchmark::ClobberMemory();
+  }
+}
+void widenLimit(benchmark::State& state, const Sample& sample) {
+  const Texts texts(sample);
+  fill(state, texts.wide.size() * sizeof(wchar_t));
+  count(state, texts);
+}
+// And to read as many, for which the bytes are copied.
+void narrowLimit(benchmark::State& state, const Sample& sample) {
+  const Texts texts(sample);
+  std::wstring out = texts.wide;
+  for (auto _ : state) {
+    std::copy(texts.wide.begin(), texts.wide.end(), out.begin());
+    benchmark::ClobberMemory();
+  }
+  count(state, texts);
+}
+
 #ifdef HAVE_BOOST_LOCALE
 void widenBoost(benchmark::State& state, const Sample& sample) {
   const Texts texts(sample);
@@ -268,6 +292,8 @@ void add(const std::string& name, Arguments... arguments) {
     add(widen + "iconv", widenIconv, sample);
     add(narrow + "ours", narrowOurs, sample);
     add(narrow + "iconv", narrowIconv, sample);
+    add(widen + "limit_memset", widenLimit, sample);
+    add(narrow + "limit_memcpy", narrowLimit, sample);
 #ifdef HAVE_BOOST_LOCALE
     add(widen + "Boost", widenBoost, sample);
     add(narrow + "Boost", narrowBoost, sample);

@@ -19,7 +19,8 @@
 //
 // The base maps section names to Section objects, which the MIniFile owns. Sections and entries are
 // numbered in the order of the maps, which is the order in which they were added; finding one by
-// number walks there.
+// number walks there. Values stay where they were read, in the bytes of their file, until they are
+// changed; so a value holds on to these bytes.
 //
 // Pointers to text may be null only where it is said. Codes are the system's, 0 for success. An
 // object belongs to one thread at a time.
@@ -51,7 +52,9 @@ class QELBASE_API MIniFile : public CMapStringIToPtr {
   std::uint32_t Read(std::FILE& stream);
   std::uint32_t Append(std::FILE& stream);
   // Writes the wide file of `name`. `comment` may be null or empty; it is not read back. 32 if
-  // somebody has the file open. A file that fails in the middle stays, with what was written.
+  // somebody has the file open. A file that fails in the middle stays, with what was written. The
+  // old content is written over and the end cut off last: of a process that dies meanwhile the file
+  // has new text in front of old.
   std::uint32_t WriteToFile(const wchar_t* name, const wchar_t* comment) const;
   // The name of the wide file: "_u" before the last dot of the last component, else before its last
   // character. `result` has room for the name and three more; ReadFromFile and WriteToFile take

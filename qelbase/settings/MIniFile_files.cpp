@@ -6,12 +6,16 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <cwchar>
+#include <memory>
+#include <utility>
 
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/syscalls_internal.h"
 #include "qelbase/outside/system/text.h"
+#include "qelbase/outside/system/units_internal.h"
 #include "qelbase/settings/MIniFile.h"
 
 namespace {
@@ -55,32 +59,70 @@ std::FILE* openForReading(const wchar_t* name) {
   return nullptr;
 }
 
+// What was read, on a boundary of 16 bits. The values that were found in it keep it.
+struct FileBytes {
+  std::shared_ptr<char16_t[]> room;
+  std::size_t size = 0;
+
+  std::string_view narrow() const { return {reinterpret_cast<const char*>(room.get()), size}; }
+  std::u16string_view wide() const { return {room.get(), size / sizeof(char16_t)}; }
+};
+
 // All that the stream still has. A read error gives its code; `bytes` has what came before it.
-std::uint32_t readAll(std::FILE& stream, std::string& bytes) {
+std::uint32_t readAll(std::FILE& stream, FileBytes& bytes) {
   constexpr std::size_t block = 65536;
+  const auto roomFor = [](std::size_t size) {
+    return std::shared_ptr<char16_t[]>(new char16_t[size / sizeof(char16_t)]);
+  };
   struct stat facts {};
   const bool sized = Calls().fstat(fileno(&stream), &facts) == 0 && facts.st_size > 0;
+  std::size_t size = sized ? (static_cast<std::size_t>(facts.st_size) / 2 + 1) * 2 : block;
   errno = 0;
-  bytes.resize(sized ? static_cast<std::size_t>(facts.st_size) + 1 : block);
-  std::size_t filled = 0;
-  while (const std::size_t got =
-             std::fread(bytes.data() + filled, 1, bytes.size() - filled, &stream)) {
-    filled += got;
-    if (filled == bytes.size()) bytes.resize(filled * 2);
+  bytes.room = roomFor(size);
+  while (const std::size_t got = std::fread(reinterpret_cast<char*>(bytes.room.get()) + bytes.size,
+                                            1, size - bytes.size, &stream)) {
+    bytes.size += got;
+    if (bytes.size < size) continue;
+    size *= 2;
+    const auto larger = roomFor(size);
+    std::memcpy(larger.get(), bytes.room.get(), bytes.size);
+    bytes.room = larger;
   }
-  bytes.resize(filled);
   if (!std::ferror(&stream)) return 0;
   fail(qel::sys::ErrorFromErrno(errno));
   return lastErrorOrOne();
 }
 
-std::wstring_view trimRight(std::wstring_view text) {
-  while (!text.empty() && qel::sys::IsSpace(text.back())) text.remove_suffix(1);
+bool isSpace(wchar_t c) {
+  return (c <= L' ' || c >= 0x7F) && qel::sys::IsSpace(c);
+}
+
+template <typename Char>
+std::basic_string_view<Char> trimRight(std::basic_string_view<Char> text) {
+  while (!text.empty() && isSpace(static_cast<wchar_t>(text.back()))) text.remove_suffix(1);
   return text;
 }
-std::wstring_view trimLeft(std::wstring_view text) {
-  while (!text.empty() && qel::sys::IsSpace(text.front())) text.remove_prefix(1);
+template <typename Char>
+std::basic_string_view<Char> trimLeft(std::basic_string_view<Char> text) {
+  while (!text.empty() && isSpace(static_cast<wchar_t>(text.front()))) text.remove_prefix(1);
   return text;
+}
+
+template <typename Char>
+std::size_t findLineFeed(std::basic_string_view<Char> text) {
+  return text.find(Char{'\n'});
+}
+std::size_t findLineFeed(std::u16string_view text) {
+  return qel::sys::FindUnit(text, u'\n');
+}
+
+// Cuts the next line off `rest`, with its line feed.
+template <typename Char>
+std::basic_string_view<Char> cutLine(std::basic_string_view<Char>& rest) {
+  const std::basic_string_view<Char> line =
+      rest.substr(0, std::min(findLineFeed(rest), rest.size() - 1) + 1);
+  rest.remove_prefix(line.size());
+  return line;
 }
 
 // Cuts the next chunk off `rest`: through a line feed, or of the greatest length. What follows a
@@ -88,11 +130,17 @@ std::wstring_view trimLeft(std::wstring_view text) {
 template <typename Char>
 std::basic_string_view<Char> takeChunk(std::basic_string_view<Char>& rest) {
   std::basic_string_view<Char> chunk = rest.substr(0, longest_chunk);
-  chunk = chunk.substr(0, std::min(chunk.find(Char{'\n'}), chunk.size() - 1) + 1);
+  chunk = cutLine(chunk);
   rest.remove_prefix(chunk.size());
   chunk = chunk.substr(0, chunk.find(Char{}));
   if (chunk.ends_with(Char{'\n'})) chunk.remove_suffix(1);
   return chunk;
+}
+
+// Whether a line is a single chunk of plain units, as most are.
+template <typename Char>
+bool isPlainChunk(std::basic_string_view<Char> line) {
+  return line.size() < longest_chunk && qel::sys::IsPlain(line);
 }
 
 std::wstring wideText(std::wstring text) {
@@ -104,27 +152,41 @@ std::wstring wideText(const std::u16string& text) {
 
 }  // namespace
 
-// Takes lines and stores entries: the state of one reading.
+// Takes lines and stores entries: the state of one reading. A plain line is taken as it lies in the
+// file, and so is its value; others are made wide first.
 class MIniFile::Reader {
  public:
-  explicit Reader(MIniFile& model) : m_model(model) {}
+  Reader(MIniFile& model, const FileBytes& bytes) : m_model(model), m_file(bytes.room) {}
 
   // Narrow text, up to the first line that is none, or to Ctrl-Z.
   std::uint32_t readNarrow(std::string_view bytes) {
     bytes = bytes.substr(0, bytes.find(ctrl_z));
     while (!bytes.empty()) {
-      const std::string_view line = bytes.substr(0, bytes.find('\n') + 1);  // npos + 1 is 0
-      const std::string_view raw = line.empty() ? bytes : line;
-      if (!widen(raw)) return fail(qel::sys::ERROR_NO_UNICODE_TRANSLATION);
-      if (const std::uint32_t code = takeLines(m_text.view())) return code;
-      bytes.remove_prefix(raw.size());
+      const std::string_view line = cutLine(bytes);
+      if (isPlainChunk(line)) {
+        takeLine(line);
+      } else if (!widen(line)) {
+        return fail(qel::sys::ERROR_NO_UNICODE_TRANSLATION);
+      } else if (const std::uint32_t code = takeLines(m_text.view())) {
+        return code;
+      }
     }
     return 0;
   }
 
-  std::uint32_t readWide(std::u16string_view units) { return takeLines(units); }
+  std::uint32_t readWide(std::u16string_view units) {
+    while (!units.empty()) {
+      const std::u16string_view line = cutLine(units);
+      if (isPlainChunk(line)) {
+        takeLine(line);
+      } else if (const std::uint32_t code = takeChunks(line)) {
+        return code;
+      }
+    }
+    return 0;
+  }
 
-  void end() { takeLine(L"d="); }
+  void end() { takeLine(std::string_view("d=")); }
 
  private:
   // A buffer that is filled again and again.
@@ -145,29 +207,10 @@ class MIniFile::Reader {
     return length > 0;
   }
 
-  // A line of the usual kind: a single chunk.
-  static bool isOneChunk(std::wstring_view text) {
-    return text.size() < longest_chunk && text.find(L'\0') == text.npos;
-  }
-
   std::uint32_t takeLines(std::wstring_view text) {
-    if (!isOneChunk(text)) return takeChunks(text);
+    const bool is_chunk = text.size() < longest_chunk && text.find(L'\0') == text.npos;
+    if (!is_chunk) return takeChunks(text);
     takeLine(text);
-    return 0;
-  }
-
-  std::uint32_t takeLines(std::u16string_view units) {
-    while (!units.empty()) {
-      const std::size_t end = std::min(units.find(u'\n'), units.size() - 1) + 1;
-      const std::u16string_view line = units.substr(0, end);
-      const bool plain = line.size() < longest_chunk && line.find(u'\0') == line.npos;
-      if (plain) {
-        takeLine(qel::sys::FromUtf16(line));
-      } else if (const std::uint32_t code = takeChunks(line)) {
-        return code;
-      }
-      units.remove_prefix(end);
-    }
     return 0;
   }
 
@@ -180,53 +223,84 @@ class MIniFile::Reader {
       const auto chunk = takeChunk(text);
       line += chunk;
       if (chunk.size() == longest_chunk && !text.empty()) continue;
-      takeLine(wideText(line));
+      takeLine(std::wstring_view(wideText(line)));
       line.clear();
     }
     return 0;
   }
 
-  void takeLine(std::wstring_view line) {
+  template <typename Char>
+  void takeLine(std::basic_string_view<Char> line) {
     line = trimLeft(trimRight(line));
-    const std::size_t equals = line.find(L'=');
+    const std::size_t equals = line.find(Char{'='});
     if (line.empty()) {
       store();
-    } else if (line.size() >= 2 && line.front() == L'[' && line.back() == L']') {
+    } else if (line.size() >= 2 && line.front() == Char{'['} && line.back() == Char{']'}) {
       store();
-      m_section = line.substr(1, line.size() - 2);
+      copy(line.substr(1, line.size() - 2), m_section);
       m_target = nullptr;
-    } else if (std::wstring_view(mg_comments_characters).find(line.front()) != line.npos) {
+    } else if (isComment(static_cast<wchar_t>(line.front()))) {
       return;
     } else if (equals == 0 || equals == line.npos) {
       extend(equals == 0 ? line.substr(1) : line);
     } else {
-      if (!m_value.empty()) store();
+      if (m_has_value) store();
       m_pending = true;
-      m_entry = trimRight(line.substr(0, equals));
-      m_value = trimLeft(line.substr(equals + 1));
+      copy(trimRight(line.substr(0, equals)), m_entry);
+      begin(trimLeft(line.substr(equals + 1)));
     }
   }
 
-  void extend(std::wstring_view line) {
+  static bool isComment(wchar_t first) {
+    return first == mg_comments_characters[0] || first == mg_comments_characters[1];
+  }
+
+  template <typename Char>
+  static void copy(std::basic_string_view<Char> from, std::wstring& to) {
+    to.resize(from.size());
+    qel::sys::CopyUnits(from, to.data());
+  }
+  static void copy(std::wstring_view from, std::wstring& to) { to = from; }
+
+  // A value in a file of which only some records are kept is not worth keeping the whole file.
+  template <typename Char>
+  void begin(std::basic_string_view<Char> line) {
+    m_has_value = !line.empty();
+    m_value = {m_file, line};
+    if (m_model.m_filter) m_value.own();
+  }
+  void begin(std::wstring_view line) {
+    m_has_value = !line.empty();
+    m_value.own().SetString(line.data(), static_cast<int>(line.size()));
+  }
+
+  template <typename Char>
+  void extend(std::basic_string_view<Char> line) {
     if (!m_pending) return;
-    if (!m_value.empty() || line.empty()) m_value += L'\n';
-    m_value += line;
+    std::wstring wide;
+    copy(line, wide);
+    CStringW& value = m_value.own();
+    if (m_has_value || line.empty()) value += L'\n';
+    value += wide.c_str();
+    m_has_value = !value.IsEmpty();
   }
 
   void store() {
     if (m_pending && m_model.IsRecordInterested(m_section.c_str(), m_entry.c_str())) {
       if (!m_target) m_target = &_TakeSection(m_model, m_section.c_str());
-      m_target->entries[m_entry.c_str()].SetString(m_value.data(),
-                                                   static_cast<int>(m_value.size()));
+      m_target->entries.Put(m_entry, std::move(m_value));
     }
-    m_pending = false;
-    m_value.clear();
+    m_value = {};
+    m_pending = m_has_value = false;
   }
 
   MIniFile& m_model;
-  bool m_pending = false;
+  std::shared_ptr<const void> m_file;
   Buffer m_text;
-  std::wstring m_section, m_entry, m_value;
+  std::wstring m_section, m_entry;
+  bool m_pending = false;
+  bool m_has_value = false;  // one that is not empty
+  qel::framework::StoredText m_value;
   Section* m_target = nullptr;  // once something was stored there
 };
 
@@ -236,17 +310,10 @@ std::uint32_t MIniFile::Read(std::FILE& stream) {
 }
 
 std::uint32_t MIniFile::Append(std::FILE& stream) {
-  std::string bytes;
+  FileBytes bytes;
   const std::uint32_t damage = readAll(stream, bytes);
-  Reader reader(*this);
-  std::uint32_t code = 0;
-  if (m_wide) {
-    std::u16string units(bytes.size() / 2, u'\0');
-    bytes.copy(reinterpret_cast<char*>(units.data()), units.size() * 2);
-    code = reader.readWide(units);
-  } else {
-    code = reader.readNarrow(bytes);
-  }
+  Reader reader(*this, bytes);
+  std::uint32_t code = m_wide ? reader.readWide(bytes.wide()) : reader.readNarrow(bytes.narrow());
   if (code == 0) code = damage;
   if (code == 0) reader.end();
   return code;
@@ -274,7 +341,7 @@ std::uint32_t MIniFile::ReadFromFile(const wchar_t* name, int flag) {
 
 namespace {
 
-constexpr std::wstring_view line_end = L"\r\n";
+constexpr std::u16string_view line_end = u"\r\n", continued = u"\r\n=";
 
 std::wstring commentText(std::wstring_view comment) {
   std::wstring text = L";";
@@ -285,76 +352,96 @@ std::wstring commentText(std::wstring_view comment) {
     if (c == L'\n') text += L';';
     before = c;
   }
-  return text.append(line_end);
+  return text;
 }
 
-// A descriptor of the emptied or new file, which nobody else has open; -1 and the last error.
+// A descriptor of the file, new or with its old content, which nobody else has open; -1 and the
+// last error.
 int openAlone(const wchar_t* name) {
   std::string native;
   if (!qel::sys::ToNativeForCreation(name, native)) return -1;
   const int fd = Calls().open(native.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
   if (fd < 0) return fail(qel::sys::ErrorOfPath(errno, native)), -1;
-  if (Calls().flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    fail(qel::sys::ERROR_SHARING_VIOLATION);
-  } else if (Calls().ftruncate(fd, 0) != 0) {
-    fail(qel::sys::ErrorFromErrno(errno));
-  } else {
-    return fd;
-  }
+  if (Calls().flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return fd;
+  fail(qel::sys::ERROR_SHARING_VIOLATION);
   Calls().close(fd);
   return -1;
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t moved = Calls().write(fd, bytes.data(), bytes.size());
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved <= 0) return fail(qel::sys::ErrorFromErrno(moved < 0 ? errno : ENOSPC)), false;
-    bytes.remove_prefix(static_cast<std::size_t>(moved));
-  }
-  return true;
-}
-
-// Text on its way into a file, in pieces. The first failure, which is the last error, ends it.
+// Text on its way into a file, in pieces, over what the file has: the system needn't free all pages
+// of the old content and clear new ones. The first failure, which is the last error, ends it.
 class Writer {
  public:
-  explicit Writer(int fd) : m_fd(fd) {}
+  explicit Writer(int fd) : m_fd(fd), m_units(new char16_t[piece]) {}
 
-  Writer& add(std::wstring_view text) {
-    m_text += text;
+  // Each unit of a narrow text is one character.
+  template <typename Char>
+  Writer& add(std::basic_string_view<Char> text) {
+    while (!text.empty()) {
+      if (m_used == piece) flush();
+      const auto part = text.substr(0, piece - m_used);
+      qel::sys::CopyUnits(part, m_units.get() + m_used);
+      m_used += part.size();
+      text.remove_prefix(part.size());
+    }
     return *this;
   }
-  bool flush() {
-    m_sound = m_sound && writeAll(m_fd, qel::sys::ToUtf16Le(m_text));
-    m_text.clear();
-    return m_sound;
+  Writer& add(std::wstring_view text) {
+    if (qel::sys::FitsUnits(text)) return add<wchar_t>(text);
+    const std::u16string units = qel::sys::ToUtf16(text);
+    return add(std::u16string_view(units));
+  }
+  // The end of the text, and of the file. False after a failure.
+  bool finish() {
+    flush();
+    const bool cut = Calls().ftruncate(m_fd, m_written) == 0;
+    if (!cut && m_sound) fail(qel::sys::ErrorFromErrno(errno));
+    return cut && m_sound;
   }
 
   void addSection(std::wstring_view name, const MIniFile::Section& section) {
-    add(L"[").add(name).add(L"]").add(line_end);
-    section.entries.ForEach([&](std::wstring_view entry, const CStringW& value) {
-      add(entry).add(L" = ");
-      addValue({value.GetString(), static_cast<std::size_t>(value.GetLength())});
-      add(line_end);
-      if (m_text.size() >= piece) flush();
-    });
+    add(std::u16string_view(u"[")).add(name).add(std::u16string_view(u"]")).add(line_end);
+    section.entries.ForEach(
+        [this](std::wstring_view entry, const qel::framework::StoredText& value) {
+          add(entry).add(std::u16string_view(u" = "));
+          value.look([this](auto text) { addValue(text); });
+          add(line_end);
+        });
     add(line_end);
   }
 
  private:
-  static constexpr std::size_t piece = 32768;  // characters
+  static constexpr std::size_t piece = 65536;  // units
 
-  void addValue(std::wstring_view value) {
-    if (!value.empty() && value[0] != L'\n' && qel::sys::IsSpace(value[0])) add(L"\r\n=");
-    for (std::size_t end; (end = value.find(L'\n')) != value.npos;) {
-      add(value.substr(0, end)).add(L"\r\n=");
+  void flush() {
+    std::string_view bytes(reinterpret_cast<const char*>(m_units.get()), m_used * sizeof(char16_t));
+    m_used = 0;
+    while (m_sound && !bytes.empty()) {
+      const ssize_t moved = Calls().write(m_fd, bytes.data(), bytes.size());
+      if (moved < 0 && errno == EINTR) continue;
+      m_sound = moved > 0;
+      if (!m_sound) return void(fail(qel::sys::ErrorFromErrno(moved < 0 ? errno : ENOSPC)));
+      m_written += moved;
+      bytes.remove_prefix(static_cast<std::size_t>(moved));
+    }
+  }
+
+  template <typename Char>
+  void addValue(std::basic_string_view<Char> value) {
+    if (!value.empty() && value[0] != Char{'\n'} && isSpace(static_cast<wchar_t>(value[0]))) {
+      add(continued);
+    }
+    for (std::size_t end; (end = findLineFeed(value)) != value.npos;) {
+      add(value.substr(0, end)).add(continued);
       value.remove_prefix(end + 1);
     }
     add(value);
   }
 
   int m_fd;
-  std::wstring m_text;
+  std::unique_ptr<char16_t[]> m_units;
+  std::size_t m_used = 0;
+  off_t m_written = 0;
   bool m_sound = true;
 };
 
@@ -367,13 +454,13 @@ std::uint32_t MIniFile::WriteToFile(const wchar_t* name, const wchar_t* comment)
   const int fd = openAlone(MakeUnicodeName(wide_name.data(), name));
   if (fd < 0) return lastErrorOrOne();
   Writer writer(fd);
-  if (comment && *comment) writer.add(commentText(comment));
+  if (comment && *comment) writer.add(std::wstring_view(commentText(comment))).add(line_end);
   void* first = nullptr;
   if (Lookup(general.data(), first)) writer.addSection(general, *static_cast<Section*>(first));
   ForEach([&](std::wstring_view key, void* section) {
     if (section != first) writer.addSection(key, *static_cast<Section*>(section));
   });
-  const std::uint32_t code = writer.flush() ? 0 : lastErrorOrOne();
+  const std::uint32_t code = writer.finish() ? 0 : lastErrorOrOne();
   if (Calls().close(fd) == 0 || errno == EINTR || code != 0) return code;
   return fail(qel::sys::ErrorFromErrno(errno));
 }

@@ -15,12 +15,11 @@ std::int32_t CMapStringIToPtr::IsEmpty() const {
 }
 bool CMapStringIToPtr::Lookup(const wchar_t* key, void*& value) const {
   Entry* entry = FindFolded(key);
-  if (entry) value = Table::valueOf(entry);
+  if (entry) Copy(Table::valueOf(entry), value);
   return entry != nullptr;
 }
 void*& CMapStringIToPtr::operator[](const wchar_t* key) {
-  Entry* entry = FindFolded(key);
-  return Table::valueOf(entry ? entry : Add(key));
+  return Own(Table::valueOf(FindFoldedOrAdd(key)));
 }
 bool CMapStringIToPtr::RemoveKey(const wchar_t* key) {
   return Remove(FindFolded(key));
@@ -49,12 +48,14 @@ std::int32_t CMapStringIToString::IsEmpty() const {
 }
 bool CMapStringIToString::Lookup(const wchar_t* key, CStringW& value) const {
   Entry* entry = FindFolded(key);
-  if (entry) value = Table::valueOf(entry);
+  if (entry) Copy(Table::valueOf(entry), value);
   return entry != nullptr;
 }
 CStringW& CMapStringIToString::operator[](const wchar_t* key) {
-  Entry* entry = FindFolded(key);
-  return Table::valueOf(entry ? entry : Add(key));
+  return Own(Table::valueOf(FindFoldedOrAdd(key)));
+}
+void CMapStringIToString::Put(std::wstring_view key, qel::framework::StoredText value) {
+  Table::valueOf(FindFoldedOrAdd(key)) = std::move(value);
 }
 bool CMapStringIToString::RemoveKey(const wchar_t* key) {
   return Remove(FindFolded(key));

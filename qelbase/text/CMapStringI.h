@@ -40,6 +40,8 @@ class QELBASE_API CMapStringIToString : private CMapStringToString {
   std::int32_t IsEmpty() const;
   bool Lookup(const wchar_t* key, CStringW& value) const;
   CStringW& operator[](const wchar_t* key);  // a new key holds an empty string
+  // Sets a value that may lie in the bytes of a file.
+  void Put(std::wstring_view key, qel::framework::StoredText value);
   bool RemoveKey(const wchar_t* key);
   void RemoveAll();
   POSITION GetStartPosition() const;

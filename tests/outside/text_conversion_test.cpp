@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "qelbase/outside/system/code_pages_internal.h"
 #include "qelbase/outside/system/errors.h"
 #include "qelbase/outside/system/text.h"
+#include "qelbase/outside/system/utf8_internal.h"
 
 namespace {
 
@@ -136,6 +138,50 @@ TEST(Conversion, Utf8InRunsIsTheSameAsCharacterByCharacter) {
     RC_ASSERT(narrow.compare(0, encoded.length, slow_bytes, 0, encoded.length) == 0);
     RC_ASSERT(narrow[bytes] == '#');
   }));
+}
+
+// Long texts of a few kinds of pieces, so that steps end in the middle of every form; all rooms.
+TEST(Conversion, Utf8InStepsIsTheSameAsThePortableForm) {
+  const std::vector<std::string> pieces = {
+      "plain text of some length, plain text ", "a", "\xC3\xA4", "\xDF\xBF", "\xE2\x82\xAC",
+      "\xE0\xA0\x80", "\xEF\xBF\xBF", "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "\xED\x9F\xBF",
+      "\xEE\x80\x80", std::string(1, '\0'), "\x7F", "\xC2\x80",
+      // ill-formed
+      "\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF", "\xED\xA0\x80", "\xF4\x90\x80\x80",
+      "\xF5\x80\x80\x80", "\xFF", "\xE2\x82", "\xC3"};
+  constexpr std::size_t well_formed = 14;
+  std::mt19937 random(1);  // NOLINT: the same in each run
+  for (int round = 0; round < 3000; ++round) {
+    const std::size_t kinds = round % 4 == 0 ? pieces.size() : well_formed;
+    std::string text;
+    const std::size_t size = random() % 400;
+    while (text.size() < size) text += pieces[random() % kinds];
+    const Converted counted = DecodeUtf8Portable(text, nullptr, 0);
+    std::wstring wide(counted.length, L'#');
+    ASSERT_TRUE(DecodeUtf8Portable(text, wide.data(), wide.size()).fits);
+    const Converted steps = DecodeUtf8(text, nullptr, 0);
+    ASSERT_EQ(steps.length, counted.length);
+    ASSERT_EQ(steps.ill_formed, counted.ill_formed);
+    const std::size_t room = random() % 2 == 0 ? wide.size() : random() % (wide.size() + 1);
+    std::wstring out(room + 1, L'#');
+    const Converted decoded = DecodeUtf8(text, out.data(), room);
+    ASSERT_EQ(decoded.fits, room == wide.size());
+    ASSERT_EQ(decoded.length, room);
+    ASSERT_EQ(out, wide.substr(0, room) + L'#');
+
+    if (round % 3 == 0) wide.insert(wide.size() / 2, 1, static_cast<wchar_t>(random()));
+    if (round % 5 == 0) wide.insert(wide.size() / 3, L"\xD83D\xDE00\xDC00");
+    std::string narrow(EncodeUtf8Portable(wide, "?", nullptr, 0).length, '#');
+    const Converted told = EncodeUtf8Portable(wide, "?", narrow.data(), narrow.size());
+    ASSERT_EQ(EncodeUtf8(wide, "?", nullptr, 0).length, narrow.size());
+    std::string bytes(narrow.size() + 1, '#');
+    const Converted encoded = EncodeUtf8(wide, "?", bytes.data(), narrow.size());
+    ASSERT_TRUE(encoded.fits);
+    ASSERT_EQ(encoded.ill_formed, told.ill_formed);
+    ASSERT_EQ(bytes, narrow + '#');
+    if (narrow.empty()) continue;
+    ASSERT_FALSE(EncodeUtf8(wide, "?", bytes.data(), narrow.size() - 1).fits);
+  }
 }
 
 TEST(Conversion, IllFormedTextIsReplacedAndNothingIsLostBesideIt) {

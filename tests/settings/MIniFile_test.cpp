@@ -213,6 +213,27 @@ TEST(MIniFile, WritesTheWideFormAndLeavesTheNarrowFile) {
   EXPECT_NE(again.model.ReadFromFile(folder.wide().c_str(), 0), 0u);
 }
 
+// The file is written over in place, and values lie in the bytes that were read.
+TEST(MIniFile, OverwritesALongerFileWithWhatWasReadFromIt) {
+  const TempFolder folder;
+  const std::wstring name = folder.wide("a.ini");
+  MIniFile ini;
+  for (int i = 0; i < 20'000; ++i) {
+    ini.SetValue(L"S", std::to_wstring(i).c_str(), L"value \u00E4\u20AC", false);
+  }
+  ini.SetValue(L"T", L"kept", L"plain", false);
+  ASSERT_EQ(ini.WriteToFile(name.c_str(), nullptr), 0u);
+  ASSERT_EQ(ini.ReadFromFile(name.c_str(), 0), 0u);
+  CStringW value;
+  EXPECT_STREQ(ini.GetValue(value, L"s", L"19999", L""), L"value \u00E4\u20AC");
+  ini.SetInterestedRecord(L"T", nullptr);
+  ASSERT_EQ(ini.ReadFromFile(name.c_str(), 0), 0u);
+  ini.SetValue(L"T", L"changed", L"1", false);
+  ASSERT_EQ(ini.WriteToFile(name.c_str(), nullptr), 0u);
+  EXPECT_EQ(qeltest::readBytes(folder / "a_u.ini"),
+            wideBytes(u"[T]\r\nkept = plain\r\nchanged = 1\r\n\r\n"));
+}
+
 TEST(MIniFile, RefusesToWriteWhatSomebodyReads) {
   const TempFolder folder;
   const std::wstring name = folder.wide("a.ini");

@@ -2,6 +2,7 @@
 #include <rapidcheck.h>
 
 #include <map>
+#include <random>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -122,6 +123,27 @@ TEST(CMapStringI, BehavesAsAMapOfFoldedKeys) {
     std::sort(keys.begin(), keys.end());
     RC_ASSERT(keys == stored);
   }));
+}
+
+// Removed slots are used again, and searches go past them.
+TEST(CMapStringI, KeepsEveryKeyWhileManyComeAndGo) {
+  std::mt19937 random(1);  // NOLINT: the same in each run
+  CMapStringIToPtr map;
+  std::map<std::wstring, void*> model;
+  for (std::intptr_t step = 1; step <= 100'000; ++step) {
+    const std::wstring key = L"key " + std::to_wstring(random() % 3000);
+    if (random() % 2 == 0) {
+      ASSERT_EQ(map.RemoveKey(key.c_str()), model.erase(key) == 1);
+    } else {
+      map[key.c_str()] = model[key] = number(step);
+    }
+  }
+  EXPECT_EQ(map.GetCount(), static_cast<std::int64_t>(model.size()));
+  for (const auto& [key, expected] : model) {
+    void* value = nullptr;
+    EXPECT_TRUE(map.Lookup((L"KEY" + key.substr(3)).c_str(), value));
+    EXPECT_EQ(value, expected);
+  }
 }
 
 TEST(CMapStringIToObject, OwnsItsValues) {

@@ -6,10 +6,13 @@
 // was just returned is safe; an entry added meanwhile comes last.
 
 #include <cstdint>
+#include <string_view>
+#include <utility>
 
 #include "qelbase/export.h"
 #include "qelbase/outside/framework/CObject.h"
 #include "qelbase/outside/framework/CString.h"
+#include "qelbase/outside/framework/StoredText.h"
 #include "qelbase/outside/framework/StringTable.h"
 #include "qelbase/outside/system/types.h"
 
@@ -17,8 +20,9 @@
 struct __POSITION;
 using POSITION = __POSITION*;
 
-// What `Argument` is to `Value` in an argument list: a wide string is handed in as plain text.
-template <typename Value, typename Argument>
+// `Argument` is what a `Value` is in an argument list: a wide string is handed in as plain text.
+// `Stored` is the form in which the table keeps it.
+template <typename Value, typename Argument, typename Stored>
 class CMapStringTo : public CObject {
  public:
   // `block_size` is how many entries the table makes room for at first.
@@ -31,7 +35,7 @@ class CMapStringTo : public CObject {
   // True if the key is there; else `value` is left alone.
   BOOL Lookup(const wchar_t* key, Value& value) const {
     Entry* entry = m_table.find(key);
-    if (entry) value = Table::valueOf(entry);
+    if (entry) Copy(Table::valueOf(entry), value);
     return entry != nullptr;
   }
   // The stored key's own text, which lives as long as its entry.
@@ -43,7 +47,7 @@ class CMapStringTo : public CObject {
   // A new key holds null or an empty string.
   Value& operator[](const wchar_t* key) {
     Entry* entry = m_table.find(key);
-    return Table::valueOf(entry ? entry : Add(key));
+    return Own(Table::valueOf(entry ? entry : Add(key)));
   }
   void SetAt(const wchar_t* key, Argument value) { (*this)[key] = value; }
   BOOL RemoveKey(const wchar_t* key) { return Remove(m_table.find(key)); }
@@ -60,15 +64,15 @@ class CMapStringTo : public CObject {
     if (!entry) return;
     position = reinterpret_cast<POSITION>(entry->next);
     key = CStringW(entry->text(), static_cast<int>(entry->length));
-    value = Table::valueOf(entry);
+    Copy(Table::valueOf(entry), value);
   }
 
-  // Visits each entry's stored key, a std::wstring_view, and value, in the same order and without
-  // copies. The map must not change meanwhile.
+  // Visits each entry's stored key, a std::wstring_view, and value (a void*, or a StoredText, which
+  // converts to CStringW), in the same order and without copies. The map must not change meanwhile.
   template <typename Visit>
   void ForEach(Visit visit) const {
     for (Entry* entry = m_table.first(); entry; entry = entry->next) {
-      visit(entry->key(), Table::valueOf(entry));
+      visit(entry->key(), std::as_const(Table::valueOf(entry)));
     }
   }
 
@@ -77,14 +81,19 @@ class CMapStringTo : public CObject {
 
  protected:
   using Entry = qel::framework::StringTableEntry;
-  using Table = qel::framework::StringTable<Value>;
+  using Table = qel::framework::StringTable<Stored>;
 
-  Entry* FindFolded(const wchar_t* key) const { return m_table.findFolded(key); }
-  Entry* Add(const wchar_t* key) {
-    if (m_table.size() == 0 && m_block_size > 0) {
-      m_table.reserve(static_cast<std::size_t>(m_block_size));
-    }
-    return m_table.add(key);
+  static void*& Own(void*& value) { return value; }
+  static CStringW& Own(qel::framework::StoredText& value) { return value.own(); }
+  static void Copy(void* from, void*& to) { to = from; }
+  static void Copy(const qel::framework::StoredText& from, CStringW& to) { from.copyTo(to); }
+
+  Entry* FindFolded(std::wstring_view key) const { return m_table.findFolded(key); }
+  Entry* Add(std::wstring_view key) { return Add(key, qel::framework::FoldedHash(key)); }
+  Entry* FindFoldedOrAdd(std::wstring_view key) {
+    const std::uint32_t hash = qel::framework::FoldedHash(key);
+    Entry* entry = m_table.findFolded(key, hash);
+    return entry ? entry : Add(key, hash);
   }
   BOOL Remove(Entry* entry) {
     if (entry) m_table.remove(entry);
@@ -92,6 +101,12 @@ class CMapStringTo : public CObject {
   }
 
  private:
+  Entry* Add(std::wstring_view key, std::uint32_t hash) {
+    if (m_table.size() == 0 && m_block_size > 0) {
+      m_table.reserve(static_cast<std::size_t>(m_block_size));
+    }
+    return m_table.add(key, hash);
+  }
   Entry* EntryAt(POSITION position) const {
     if (position == reinterpret_cast<POSITION>(std::intptr_t{-1})) return m_table.first();
     return reinterpret_cast<Entry*>(position);
@@ -102,7 +117,7 @@ class CMapStringTo : public CObject {
 };
 
 // Pointers, which stay the caller's.
-class QELBASE_API CMapStringToPtr : public CMapStringTo<void*, void*> {
+class QELBASE_API CMapStringToPtr : public CMapStringTo<void*, void*, void*> {
  public:
   using CMapStringTo::CMapStringTo;
   CRuntimeClass* GetRuntimeClass() const override;
@@ -110,7 +125,8 @@ class QELBASE_API CMapStringToPtr : public CMapStringTo<void*, void*> {
 };
 
 // Texts.
-class QELBASE_API CMapStringToString : public CMapStringTo<CStringW, const wchar_t*> {
+class QELBASE_API CMapStringToString
+    : public CMapStringTo<CStringW, const wchar_t*, qel::framework::StoredText> {
  public:
   using CMapStringTo::CMapStringTo;
   CRuntimeClass* GetRuntimeClass() const override;

@@ -1,10 +1,12 @@
-// UTF-8 from and to wide text: plain characters eight at a time, the others one by one. Well-formed
-// is what table 3-7 of the Unicode Standard has.
+// UTF-8 from and to wide text: in the steps of utf8_internal.h, if the processor has them; else
+// plain characters eight at a time, the others one by one. Well-formed is what table 3-7 of the
+// Unicode Standard has.
 #include <algorithm>
 #include <bit>
 #include <cstring>
 
 #include "qelbase/outside/system/code_pages_internal.h"
+#include "qelbase/outside/system/utf8_internal.h"
 
 namespace qel::sys {
 
@@ -58,13 +60,14 @@ inline char32_t takeWellFormed(const char*& at, const char* end) {
   return c;
 }
 
-// `stores` false only counts.
+// As much as goes in long steps is followed by this much of what did not.
+constexpr std::ptrdiff_t stretch = 64;
+
+// From `at` on, up to or a little behind `stop`; `stores` false only counts. Gives where it ended.
 template <bool stores>
-Converted decode(std::string_view text, wchar_t* out, std::size_t room) {
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  Converted done;
-  while (at < end) {
+const char* decode(const char* at, const char* stop, const char* end, wchar_t* out,
+                   std::size_t room, Converted& done) {
+  while (at < stop) {
     if (end - at >= run_length && room - done.length >= run_length) {
       const std::uint64_t marks = loadRun(at) & high_bits;
       if constexpr (stores) {  // all of them: what is too much is written over
@@ -78,7 +81,7 @@ Converted decode(std::string_view text, wchar_t* out, std::size_t room) {
       if (marks == 0) continue;
     }
     do {
-      if (done.length == room) return done.fits = false, done;
+      if (done.length == room) return done.fits = false, at;
       char32_t c = byteAt(at, 0);
       if (c < 0x80) {
         ++at;
@@ -93,7 +96,30 @@ Converted decode(std::string_view text, wchar_t* out, std::size_t room) {
       ++done.length;
     } while (at < end && byteAt(at, 0) >= 0x80);
   }
+  return at;
+}
+
+template <bool stores>
+Converted decodeAll(std::string_view text, wchar_t* out, std::size_t room, bool in_steps) {
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  Converted done;
+  while (at < end && done.fits) {
+    std::size_t made = 0;
+    if (in_steps) {
+      at += DecodeUtf8Avx512({at, static_cast<std::size_t>(end - at)},
+                             stores ? out + done.length : nullptr, room - done.length, made);
+      done.length += made;
+    }
+    const char* const stop = in_steps && end - at > stretch ? at + stretch : end;
+    at = decode<stores>(at, stop, end, out, room, done);
+  }
   return done;
+}
+
+Converted decodeAll(std::string_view text, wchar_t* out, std::size_t room, bool in_steps) {
+  return out ? decodeAll<true>(text, out, room, in_steps)
+             : decodeAll<false>(text, nullptr, SIZE_MAX, in_steps);
 }
 
 // The bytes of `c`, from the front; their number.
@@ -128,11 +154,9 @@ bool isPlainRun(const wchar_t* text) {
 }
 
 template <bool stores>
-Converted encode(std::wstring_view text, const char* default_char, char* out, std::size_t room) {
-  const wchar_t* at = text.data();
-  const wchar_t* const end = at + text.size();
-  Converted done;
-  while (at < end) {
+const wchar_t* encode(const wchar_t* at, const wchar_t* end_of_stretch, const wchar_t* end,
+                      const char* default_char, char* out, std::size_t room, Converted& done) {
+  while (at < end_of_stretch) {
     if (end - at >= run_length && room - done.length >= run_length && isPlainRun(at)) {
       if constexpr (stores) {
         for (int i = 0; i < run_length; ++i) out[done.length + i] = static_cast<char>(at[i]);
@@ -158,24 +182,55 @@ Converted encode(std::wstring_view text, const char* default_char, char* out, st
         length = put(is_character ? c : replacement, bytes);
         if (!is_character && default_char) length = 1, bytes[0] = *default_char;
       }
-      if (room - done.length < length) return done.fits = false, done;
+      if (room - done.length < length) return done.fits = false, at;
       if constexpr (stores) std::memcpy(out + done.length, bytes, length);
       done.length += length;
     }
   }
+  return at;
+}
+
+template <bool stores>
+Converted encodeAll(std::wstring_view text, const char* default_char, char* out, std::size_t room,
+                    bool in_steps) {
+  const wchar_t* at = text.data();
+  const wchar_t* const end = at + text.size();
+  Converted done;
+  while (at < end && done.fits) {
+    std::size_t made = 0;
+    if (in_steps) {
+      at += EncodeUtf8Avx512({at, static_cast<std::size_t>(end - at)},
+                             stores ? out + done.length : nullptr, room - done.length, made);
+      done.length += made;
+    }
+    const wchar_t* const stop = in_steps && end - at > stretch ? at + stretch : end;
+    at = encode<stores>(at, stop, end, default_char, out, room, done);
+  }
   return done;
+}
+
+Converted encodeAll(std::wstring_view text, const char* default_char, char* out, std::size_t room,
+                    bool in_steps) {
+  return out ? encodeAll<true>(text, default_char, out, room, in_steps)
+             : encodeAll<false>(text, default_char, nullptr, SIZE_MAX, in_steps);
 }
 
 }  // namespace
 
 Converted DecodeUtf8(std::string_view text, wchar_t* out, std::size_t room) {
-  return out ? decode<true>(text, out, room) : decode<false>(text, nullptr, SIZE_MAX);
+  return decodeAll(text, out, room, HasAvx512Vbmi2());
+}
+Converted DecodeUtf8Portable(std::string_view text, wchar_t* out, std::size_t room) {
+  return decodeAll(text, out, room, false);
 }
 
 Converted EncodeUtf8(std::wstring_view text, const char* default_char, char* out,
                      std::size_t room) {
-  return out ? encode<true>(text, default_char, out, room)
-             : encode<false>(text, default_char, nullptr, SIZE_MAX);
+  return encodeAll(text, default_char, out, room, HasAvx512Vbmi2());
+}
+Converted EncodeUtf8Portable(std::wstring_view text, const char* default_char, char* out,
+                             std::size_t room) {
+  return encodeAll(text, default_char, out, room, false);
 }
 
 }  // namespace qel::sys
