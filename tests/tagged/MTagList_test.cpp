@@ -92,7 +92,9 @@ TEST_F(TagList, OnlyLooksIntoTagsThatHoldTags) {
   unplaced.m_data_position = -1;
   EXPECT_FALSE(list.BUILD_TAG_LIST(file, unplaced, true));
   file.CLOSE();
-  EXPECT_FALSE(list.BUILD_TAG_LIST(file) || list.BUILD_TAG_LIST(file, 100));
+  unplaced.m_data_position = 24;
+  EXPECT_FALSE(list.BUILD_TAG_LIST(file) || list.BUILD_TAG_LIST(file, 100) ||
+               list.BUILD_TAG_LIST(file, unplaced, false));
 }
 
 TEST_F(TagList, StopsTheRunAtItsLimit) {
@@ -107,6 +109,7 @@ TEST_F(TagList, StopsTheRunAtItsLimit) {
     EXPECT_TRUE(list.BUILD_TAG_LIST(file, row.limit));
     EXPECT_EQ(listed(), row.names) << row.limit;
   }
+  EXPECT_EQ(list.GET_HEAD_TAG().m_position, 0);
 }
 
 TEST_F(TagList, TurnsDownAWrongHeadAndKeepsTheTable) {
@@ -209,6 +212,32 @@ TEST_F(TagList, RewritesEntriesInTheirOrder) {
   EXPECT_EQ(list.SIZE(), 21U);
   file.CLOSE();
   EXPECT_EQ(at.bytes().substr(0, 26), record("A", 2, 3, "x") + record("A", 2, 4, "x"));
+}
+
+TEST_F(TagList, RewritesManyEntriesEachInItsTurn) {
+  constexpr int count = 100;
+  const auto nameOf = [](int i) { return std::string("R") + std::to_string(i % 50); };
+  std::string old = headTag();
+  for (int i = 0; i < count; ++i) old += record(nameOf(i), 2, i, "");
+  open(old);
+  ASSERT_TRUE(list.BUILD_TAG_LIST(file));
+  ASSERT_TRUE(file.OPEN_WRITE(at.name.c_str()));
+  const auto minorOf = [&](int i) {
+    MTag tag(nameOf(i).c_str(), 2, 200);
+    EXPECT_EQ(list.WRITE_TAG_BEGIN(file, tag), file.IS_OPEN_WRITE());
+    return tag.m_version[1];
+  };
+  for (int i = 49; i > 0; --i) EXPECT_EQ(minorOf(i), i);
+  EXPECT_TRUE(list.REMOVE_TAGS(MTag("R7", 2, 0), 1));  // the second R7: all behind it move
+  for (int i = 49; i > 0; --i) EXPECT_EQ(minorOf(i), i == 7 ? 200 : i + 50);
+  ASSERT_TRUE(file.OPEN_READ(at.name.c_str()));
+  minorOf(0);  // fails, so that the entry is still to be written
+  ASSERT_TRUE(file.OPEN_WRITE(at.name.c_str()));
+  EXPECT_EQ(minorOf(0), 0);
+  EXPECT_EQ(minorOf(0), 50);
+  MTag* const entry = list.NEXT_TAG(file, nullptr, false);  // which is written: a new one follows
+  EXPECT_TRUE(list.WRITE_TAG_BEGIN(file, *entry));
+  EXPECT_EQ(list.SIZE(), static_cast<std::size_t>(count) + 1);
 }
 
 TEST_F(TagList, PassesAFailedWriteOn) {
