@@ -164,7 +164,10 @@ TEST_F(FileTagged, TakesUsedTagsAndUsedObjects) {
 
   const std::wstring other = at.folder.wide("other.abc");
   ASSERT_TRUE(file.OPEN_WRITE(other.c_str()));  // nothing of part.abc may come along
-  writeTag(file, used, "copy");
+  file.WRITE_TAG_BEGIN(used);
+  EXPECT_EQ(used.m_next, nullptr);
+  file.WRITE("copy", 4);
+  EXPECT_TRUE(file.WRITE_TAG_END(used));
   EXPECT_EQ(namesOf(file), "A");
   EXPECT_EQ(file.NEXT_TAG(&used, false), nullptr);
   closeSound();
@@ -207,9 +210,11 @@ TEST_F(FileTagged, RewritesManyRecordsEachInItsTurn) {
     expected += record(nameOf(i), 2, minor, "new");
   };
   for (int i = count - 1; i > 0; --i) write(i, 7);  // R0 is left once
+  write(48, 6);                                     // a third one, which the file didn't have
   EXPECT_TRUE(file.REMOVE_TAGS(MTag("R0", 2, 0), 0));
   for (int i = 0; i < 3; ++i) write(i, 8);
-  file.NEXT_TAG(nullptr, false);
+  MTag again("R0", 2, 0);
+  EXPECT_NE(file.FIND_TAG(nullptr, again, 0, false), nullptr);
   write(0, 9);
   closeSound();
   EXPECT_EQ(at.bytes(), expected);
