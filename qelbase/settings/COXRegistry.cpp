@@ -53,7 +53,6 @@ COXRegistry::COXRegistry() = default;
 
 COXRegistry::~COXRegistry() {
   COXRegistry::Disconnect();
-  clear();
 }
 
 CRuntimeClass* COXRegistry::GetThisClass() {

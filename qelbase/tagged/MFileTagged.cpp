@@ -63,9 +63,12 @@ MTag* MFileTagged::append(const MTag& tag) {
   return node;
 }
 
+inline void MFileTagged::completeList() {
+  if (m_nodes->behind.count() != 0) appendWritten();
+}
+
 // Makes nodes of the tags that were written since the list was last looked at.
-void MFileTagged::completeList() {
-  if (m_nodes->behind.count() == 0) return;
+void MFileTagged::appendWritten() {
   m_nodes->behind.forEach([this](const qel::tagged::WrittenTag& tag) { append(tag.node()); });
   m_nodes->behind.clear();
 }
@@ -78,35 +81,37 @@ bool MFileTagged::READ_TAG(MTag& tag) {
 
 bool MFileTagged::WRITE_TAG_BEGIN(MTag& tag) {
   const bool is_node = tag.m_position >= 0 && m_nodes->list.contains(&tag);
-  MTag* const node =
-      is_node && !tag.m_written
-          ? &tag
-          : m_nodes->unwritten.find(qel::tagged::TagChain(m_tags), m_nodes->list.count(), tag);
-  if (node) {
-    write(*node, tag, is_node);
+  MTag* const next = is_node ? tag.m_next : nullptr;  // `tag` may come from another list
+  MTag* const old = is_node && !tag.m_written ? &tag : findUnwritten(tag);
+  if (old) {
+    old->m_version[1] = tag.m_version[1];  // the major ones are equal
+    writeHeader(*old);
+    tag = *old;
+    if (is_node) tag.m_next = next;
   } else {
-    MTag added(tag);
-    added.m_next = nullptr;  // `tag` may come from another list
-    write(added, tag, is_node);
-    m_nodes->behind.add(qel::tagged::WrittenTag(added));
+    const bool was_updated = tag.m_updated;
+    writeHeader(tag);
+    tag.m_updated = was_updated;
+    tag.m_next = next;
+    m_nodes->behind.add(qel::tagged::WrittenTag(tag));
   }
   return true;
 }
 
-void MFileTagged::write(MTag& node, MTag& tag, bool is_node) {
-  node.m_version[0] = tag.m_version[0];
-  node.m_version[1] = tag.m_version[1];
-  node.WRITE(*this);
-  node.m_written = true;  // even if it failed: its positions are no longer those of the old file
-  node.m_skip = 0;
-  MTag* const next = is_node ? tag.m_next : node.m_next;
-  tag = node;
-  tag.m_next = next;
+MTag* MFileTagged::findUnwritten(const MTag& like) {
+  if (!m_tags) return nullptr;
+  return m_nodes->unwritten.find(qel::tagged::TagChain(m_tags), m_nodes->list.count(), like);
+}
+
+void MFileTagged::writeHeader(MTag& tag) {
+  qel::tagged::WriteHeader(*this, tag);
+  tag.m_written = true;  // even if it failed: its positions are no longer those of the old file
+  tag.m_skip = 0;
 }
 
 bool MFileTagged::WRITE_TAG_END(MTag& tag) {
   if (tag.m_position < 0) return false;
-  const std::int64_t skip = TELL() - tag.m_data_position;
+  const std::int64_t skip = POSITION() - tag.m_data_position;
   if (!qel::tagged::FitsSkip(skip)) {
     qel::tagged::LogUnfitSkip(L"In MFileTagged::WRITE_TAG_END() : ", tag, skip);
     return false;
@@ -120,13 +125,14 @@ bool MFileTagged::WRITE_TAG_END(MTag& tag) {
 
 // `after` may be a copy that is older than the list.
 MTag* MFileTagged::behind(const MTag* after) const {
+  if (after && after == m_nodes->handed_out) return after->m_next;
   MTag* const next = after ? after->m_next : m_tags;
   return m_nodes->list.contains(next) ? next : nullptr;
 }
 
 MTag* MFileTagged::handOut(MTag* node, bool seek) {
   if (seek) SEEK(node->m_data_position, 0);
-  m_nodes->handed_out = true;
+  m_nodes->handed_out = node;
   return node;
 }
 

@@ -82,17 +82,19 @@ class QELBASE_API MFileTagged : public MFile {
   bool scan();
   MTag* append(const MTag& tag);
   void completeList();
-  void write(MTag& node, MTag& tag, bool is_node);
+  void appendWritten();
+  MTag* findUnwritten(const MTag& like);
+  void writeHeader(MTag& tag);
   MTag* behind(const MTag* after) const;
   MTag* handOut(MTag* node, bool seek);
 
   bool setAside(const std::wstring& given_name);
   bool clearBackupName(const MFileName& backup, bool file_is_whole) const;
   bool isNeeded(MFile& backup, bool file_is_whole) const;
-  bool keepOldTags(const MFileName& backup_name);
+  bool keepOldTags();
   bool copyUnwritten(MFile& backup);
 
   MTag* m_tags = nullptr;   // head of the list, in file order
-  MFileName m_backup_name;  // empty unless the old file stands under it
+  MFileName m_backup_name;  // of the latest opening for writing; empty if there was no old file
   std::unique_ptr<qel::tagged::TagNodes> m_nodes;
 };

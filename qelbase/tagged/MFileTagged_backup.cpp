@@ -24,10 +24,10 @@ struct Run {
   std::int64_t target;
 };
 
+// Leaves the file behind its head tag.
 bool isTaggedFile(MFile& file) {
   MTag head;
-  const bool is = head.READ(file) && qel::tagged::IsHead(head);
-  return file.REWIND() && is;
+  return head.READ(file) && qel::tagged::IsHead(head);
 }
 
 bool isInSameFolder(const std::wstring& a, const std::wstring& b) {
@@ -155,15 +155,13 @@ bool MFileTagged::isNeeded(MFile& backup, bool file_is_whole) const {
 
 void MFileTagged::CLOSE() {
   if ((_MODE() & 2) != 0 && !m_backup_name.IS_EMPTY()) {
-    const MFileName backup = m_backup_name;
-    m_backup_name.FREE();
-    if (keepOldTags(backup) && SYNC() && qel::tagged::SyncFolderOf(backup.GET())) {
-      remove(backup);
+    if (keepOldTags() && SYNC() && qel::tagged::SyncFolderOf(m_backup_name.GET())) {
+      remove(m_backup_name);
     } else {
       const std::uint32_t code = qel::sys::GetLastError();
       _Fail(code != 0 ? code : qel::sys::ERROR_IO_DEVICE);
       qel::tagged::LogFailure(L"In MFileTagged::CLOSE() : Could not finish '", GET_FILENAME(),
-                              L"', its old content stays in '", backup.GET(), L"', error ",
+                              L"', its old content stays in '", m_backup_name.GET(), L"', error ",
                               GET_RESULT());
     }
   }
@@ -171,12 +169,12 @@ void MFileTagged::CLOSE() {
 }
 
 // Adds the old tags that were not written. True if all of them went over whole.
-bool MFileTagged::keepOldTags(const MFileName& backup_name) {
+bool MFileTagged::keepOldTags() {
   MTag* tag = m_tags;
   while (tag && tag->m_written) tag = tag->m_next;
   if (!tag) return true;
   MFile backup(qel::tagged::BufferSize);
-  if (backup.OPEN_READ(backup_name.GET()) && copyUnwritten(backup)) return true;
+  if (backup.OPEN_READ(m_backup_name.GET()) && copyUnwritten(backup)) return true;
   const std::uint32_t code = backup.GET_RESULT();
   return _Fail(code != 0 ? code : qel::sys::ERROR_IO_DEVICE);
 }

@@ -28,11 +28,12 @@ void MTag::INIT(const char* name) {
 }
 
 void MTag::INIT(const char* name, unsigned char major, unsigned char minor) {
-  std::uint64_t bits = 0;  // put down at once
+  std::uint64_t bits = 0;
   for (int i = 0; name && i < 6 && name[i]; ++i) {
     bits |= static_cast<std::uint64_t>(static_cast<unsigned char>(name[i])) << (8 * i);
   }
-  for (unsigned i = 0; i < sizeof m_name; ++i) m_name[i] = static_cast<char>(bits >> (8 * i));
+  qel::tagged::SetNameBits(*this, bits);
+  m_name[6] = '\0';
   m_written = false;
   m_updated = false;
   m_version[0] = major;
@@ -64,13 +65,7 @@ bool MTag::READ(MFile& file) {
 }
 
 bool MTag::WRITE(MFile& file) {
-  m_position = file.TELL();
-  m_data_position = m_position + HeaderSize;
-  const HeaderBytes bytes = qel::tagged::Encode(*this);
-  if (file.WRITE(bytes.data(), bytes.size()) != bytes.size()) return false;
-  m_written = true;
-  m_updated = false;
-  return true;
+  return qel::tagged::WriteHeader(file, *this);
 }
 
 bool MTag::UPDATE_SKIP(MFile& file) {

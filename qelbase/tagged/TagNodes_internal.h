@@ -70,7 +70,7 @@ class Arena {
 
   // Large blocks lie on huge pages where the system has them: touching a million nodes for the
   // first time costs more than filling them otherwise.
-  void addBlock() {
+  [[gnu::noinline]] void addBlock() {
     constexpr std::size_t huge_page = std::size_t{2} << 20;
     const std::size_t wanted = (std::size_t{64} << m_blocks.size()) * sizeof(T);
     const bool is_large = wanted >= huge_page;
@@ -108,10 +108,10 @@ struct WrittenTag {
 };
 
 struct TagNodes {
-  Arena<MTag> list;          // removed ones included
-  MTag* last = nullptr;      // of the list
-  Arena<WrittenTag> behind;  // tags behind the last node, which nobody has asked for yet
-  bool handed_out = false;   // the caller has pointers to nodes, and may have changed some
+  Arena<MTag> list;            // removed ones included
+  MTag* last = nullptr;        // of the list
+  Arena<WrittenTag> behind;    // tags behind the last node, which nobody has asked for yet
+  MTag* handed_out = nullptr;  // the latest; once there is one, the caller may have changed nodes
   UnwrittenTags unwritten;
 };
 

@@ -2,6 +2,7 @@
 // What the tag record, the tag list and the tagged file share.
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -14,13 +15,36 @@ namespace qel::tagged {
 
 using HeaderBytes = std::array<unsigned char, MTag::HeaderSize>;
 
-// The six bytes of the name, the first in the lowest bits.
+// A number of the file as one of the machine, and the other way.
+template <class Number>
+Number LittleEndian(Number value) {
+  if constexpr (std::endian::native == std::endian::little) return value;
+  return static_cast<Number>(__builtin_bswap64(value) >> (64 - 8 * sizeof value));
+}
+
+template <class Number>
+Number Load(const void* bytes) {
+  Number value;
+  std::memcpy(&value, bytes, sizeof value);
+  return LittleEndian(value);
+}
+
+template <class Number>
+void Store(void* bytes, Number value) {
+  value = LittleEndian(value);
+  std::memcpy(bytes, &value, sizeof value);
+}
+
+// The six bytes of the name, the first in the lowest bits. Read by the pieces in which they are put
+// down: a processor must wait for bytes that it has just stored in another way.
 inline std::uint64_t NameBits(const MTag& tag) {
-  std::uint64_t bits = 0;
-  for (int i = 0; i < 6; ++i) {
-    bits |= static_cast<std::uint64_t>(static_cast<unsigned char>(tag.m_name[i])) << (8 * i);
-  }
-  return bits;
+  return Load<std::uint32_t>(tag.m_name) |
+         static_cast<std::uint64_t>(Load<std::uint16_t>(tag.m_name + 4)) << 32;
+}
+
+inline void SetNameBits(MTag& tag, std::uint64_t bits) {
+  Store(tag.m_name, static_cast<std::uint32_t>(bits));
+  Store(tag.m_name + 4, static_cast<std::uint16_t>(bits >> 32));
 }
 
 // Name and version as they stand in the header, its first byte in the lowest bits.
@@ -30,17 +54,15 @@ inline std::uint64_t FrontOf(const MTag& tag) {
 }
 
 inline void SetFront(MTag& tag, std::uint64_t front) {
-  for (unsigned i = 0; i < 6; ++i) tag.m_name[i] = static_cast<char>(front >> (8 * i));
+  SetNameBits(tag, front);
   tag.m_version[0] = static_cast<unsigned char>(front >> 48);
   tag.m_version[1] = static_cast<unsigned char>(front >> 56);
 }
 
 inline HeaderBytes Encode(const MTag& tag) {
-  const std::uint64_t front = FrontOf(tag);
-  const auto skip = static_cast<std::uint32_t>(tag.m_skip);
   HeaderBytes bytes;
-  for (unsigned i = 0; i < 8; ++i) bytes[i] = static_cast<unsigned char>(front >> (8 * i));
-  for (unsigned i = 0; i < 4; ++i) bytes[8 + i] = static_cast<unsigned char>(skip >> (8 * i));
+  Store(bytes.data(), FrontOf(tag));
+  Store(bytes.data() + 8, static_cast<std::uint32_t>(tag.m_skip));
   return bytes;
 }
 
@@ -49,9 +71,7 @@ inline void Decode(const unsigned char* bytes, MTag& tag) {
   std::memcpy(tag.m_name, bytes, 6);
   tag.m_version[0] = bytes[6];
   tag.m_version[1] = bytes[7];
-  const std::uint32_t skip =
-      bytes[8] | bytes[9] << 8 | bytes[10] << 16 | static_cast<std::uint32_t>(bytes[11]) << 24;
-  tag.m_skip = static_cast<std::int32_t>(skip);
+  tag.m_skip = static_cast<std::int32_t>(Load<std::uint32_t>(bytes + 8));
   tag.m_written = false;
   tag.m_updated = false;
 }
@@ -81,6 +101,17 @@ inline bool FitsSkip(std::int64_t skip) {
 
 // The buffer of every file that is opened here, in bytes.
 inline constexpr std::size_t BufferSize = 262144;
+
+// As MTag::WRITE, which is this.
+inline bool WriteHeader(MFile& file, MTag& tag) {
+  tag.m_position = file.POSITION();
+  tag.m_data_position = tag.m_position + MTag::HeaderSize;
+  const HeaderBytes bytes = Encode(tag);
+  if (file.WRITE(bytes.data(), bytes.size()) != bytes.size()) return false;
+  tag.m_written = true;
+  tag.m_updated = false;
+  return true;
+}
 
 // A header whose skip is negative ends a run of tags as an unreadable one does.
 inline bool ReadSound(MFile& file, MTag& tag) {

@@ -34,7 +34,8 @@ class Ini {
       text += L"[" + std::wstring(model.GetSectionName(part, s)) + L"]";
       for (std::uint32_t e = 0; e < model.GetEntriesCount(s); ++e) {
         text += L" " + std::wstring(model.GetEntryName(part, s, e, 0));
-        text += L"=" + std::wstring(model.GetEntryName(part, s, e, 1));
+        model.GetEntryName(part, s, e, 1);
+        text += L"=" + std::wstring(part.GetString(), static_cast<std::size_t>(part.GetLength()));
       }
     }
     return text;
@@ -92,6 +93,14 @@ TEST(MIniFile, StopsAtDamageAndKeepsWhatStandsBefore) {
   EXPECT_EQ(ini.read("a=1\n\nb=" + std::string(61454, 'x')), 1017u);
   EXPECT_EQ(ini.read("a=1\n\nb=" + std::string(10'000'000, 'x')), 1017u);
   EXPECT_EQ(ini.told(), L"[] a=1");
+  CStringW part(L"as it was");
+  EXPECT_STREQ(MIniFile().GetEntryName(part, 0, 0, 0), L"as it was");
+  EXPECT_STREQ(ini.model.GetEntryName(part, 0, 9, 1), L"1");  // past the end: the last
+  // A stream that doesn't know its size.
+  std::string lines;
+  while (lines.size() < 200000) lines += "a=1\n";
+  EXPECT_EQ(ini.read(lines + "b=2\n"), 0u);
+  EXPECT_EQ(ini.told(), L"[] a=1 b=2");
 }
 
 TEST(MIniFile, ReadsNumbersInAllTheirForms) {
@@ -102,6 +111,7 @@ TEST(MIniFile, ReadsNumbersInAllTheirForms) {
   } rows[] = {
       {L"0X1f", 31, 0},
       {L"0b101", 5, 0},
+      {L"0B11", 3, 0},
       {L"0", 0, 0},
       {L"017", 17, 17},
       {L"ON", 1, 9},
@@ -234,7 +244,7 @@ TEST(MIniFile, OverwritesALongerFileWithWhatWasReadFromIt) {
             wideBytes(u"[T]\r\nkept = plain\r\nchanged = 1\r\n\r\n"));
 }
 
-TEST(MIniFile, RefusesToWriteWhatSomebodyReads) {
+TEST(MIniFile, RefusesWhatSomebodyElseHasOpen) {
   const TempFolder folder;
   const std::wstring name = folder.wide("a.ini");
   MIniFile ini;
@@ -242,8 +252,23 @@ TEST(MIniFile, RefusesToWriteWhatSomebodyReads) {
   const int fd = open((folder / "a_u.ini").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(qel::sys::Calls().flock(fd, 1 /* LOCK_SH */), 0);
   EXPECT_EQ(ini.WriteToFile(name.c_str(), nullptr), 32u);
+  ASSERT_EQ(qel::sys::Calls().flock(fd, 2 /* LOCK_EX */), 0);
+  EXPECT_EQ(ini.ReadFromFile(folder.wide("a_u.ini").c_str(), 0), 32u);
   close(fd);
-  EXPECT_EQ(ini.WriteToFile(name.c_str(), nullptr), 0u);
+  EXPECT_EQ(ini.WriteToFile(name.c_str(), L""), 0u);
+  EXPECT_TRUE(qeltest::readBytes(folder / "a_u.ini").empty());
+}
+
+TEST(MIniFile, TakesNamesUpToTheLongest) {
+  const TempFolder folder;
+  const std::wstring start = folder.wide("");
+  for (const auto& [length, code] : {std::pair{257, 0U}, std::pair{258, 206U}}) {
+    const std::wstring name =
+        start + std::wstring(static_cast<std::size_t>(length) - start.size(), L'x');
+    MIniFile ini;
+    EXPECT_EQ(ini.WriteToFile(name.c_str(), nullptr), code);
+    EXPECT_EQ(ini.ReadFromFile(name.c_str(), 0), code);
+  }
 }
 
 TEST(MIniFile, SurvivesWritingAndReading) {
@@ -281,8 +306,9 @@ TEST(MIniFile, TellsEveryFailureOfWriting) {
   ini.SetValue(L"S", L"k", std::wstring(5000, L'v').c_str(), false);
   std::uint32_t code = 0;
   qeltest::forEachFault([&] { code = ini.WriteToFile(name.c_str(), nullptr); },
-                        [&](const qeltest::Fault&) {
+                        [&](const qeltest::Fault& fault) {
                           if (code != 0) return;
+                          EXPECT_TRUE(fault.call != "close" || fault.error == EINTR);
                           EXPECT_EQ(qeltest::readBytes(folder / "f_u.ini").size(),
                                     2u * (5000 + 5 + 4 + 4 + 2 - 2));
                         });

@@ -75,7 +75,11 @@ TEST_F(Keys, ConnectionTellsItsNamesAndFailures) {
                    L"In COXRegistry::Connect() : Trying to connect while previous registry still "
                    L"connected",
                    L"In COXRegistry::Connect() : Disconnecting previous registry connection"}));
+  registry.GetComputerNameW(name);
+  EXPECT_FALSE(name.IsEmpty());
+  registry.OpenKey(L"None", COXRegistry::permissionRead);
   EXPECT_EQ(registry.Disconnect(), 1);
+  EXPECT_EQ(registry.GetErrorCode(), 0);
   EXPECT_EQ(registry.Disconnect(), 1);
   registry.GetComputerNameW(name);
   EXPECT_STREQ(name, L"");
@@ -128,6 +132,8 @@ TEST_F(Keys, ConnectedValuesAreReadAsToldByType) {
   EXPECT_EQ(registry.GetValue(L"d", word), 1);
   EXPECT_EQ(word, 0xFFFFFFFFU);
   EXPECT_EQ(registry.GetValue(L"s", word), 0);
+  EXPECT_EQ(registry.GetValue(L"d", read), 0);
+  EXPECT_EQ(registry.SetStringValue(L"s", nullptr), 0);
   CStringW text;
   EXPECT_EQ(registry.GetValue(L"s", text), 1);
   EXPECT_EQ(text.GetLength(), 1023);
@@ -144,6 +150,61 @@ TEST_F(Keys, ConnectedValuesAreReadAsToldByType) {
             (Lines{L"In COXRegistry::SetValue() : Invalid parameter",
                    L"In COXRegistry::QueryValue() : QueryValue failed (error code 2)",
                    L"In COXRegistry::EnumerateKeys() : Enumeration failed (error code 259)"}));
+}
+
+TEST_F(Keys, EnumerationTellsNamesClassesAndTypes) {
+  COXRegistry registry;
+  registry.Connect(HKEY_CURRENT_USER);
+  for (const auto& [key, class_name] :
+       {std::pair{L"Software\\E", L"outer"}, std::pair{L"Software\\E\\Sub", L"inner"}}) {
+    registry.CreateKey(key, class_name, COXRegistry::optionNonVolatile,
+                       COXRegistry::permissionAllAccess, nullptr, nullptr);
+  }
+  registry.OpenKey(L"Software\\E", COXRegistry::permissionAllAccess);
+  registry.SetValue(L"v", 7U);
+  ASSERT_EQ(registry.QueryInfo(), 1);
+  EXPECT_TRUE(registry.GetNumberOfSubkeys() == 1 && registry.GetNumberOfValues() == 1);
+  CStringW name, class_name;
+  registry.GetClassNameW(class_name);
+  EXPECT_STREQ(class_name, L"outer");
+  EXPECT_EQ(registry.EnumerateKeys(0, name, class_name), 1);
+  EXPECT_TRUE(name == L"Sub" && class_name == L"inner");
+  COXRegistry::KeyValueTypes type{};
+  std::uint32_t word = 0, size = sizeof word;
+  auto* const data = reinterpret_cast<std::uint8_t*>(&word);
+  ASSERT_EQ(registry.EnumerateValues(0, name, type, data, size), 1);
+  EXPECT_TRUE(name == L"v" && type == COXRegistry::typeDoubleWord && word == 7 && size == 4);
+  EXPECT_EQ(registry.EnumerateValues(1, name, type, data, size), 0);
+  registry.Disconnect();
+  EXPECT_EQ(registry.GetNumberOfValues(), 0U);
+}
+
+TEST_F(Keys, WhatIsMissingIsRefused) {
+  COXRegistry registry;
+  registry.Connect(HKEY_CURRENT_USER);
+  logged();
+  std::uint32_t size = 0;
+  const auto is_refused = [&](int done) { return done == 0 && registry.GetErrorCode() == 87; };
+  EXPECT_TRUE(is_refused(registry.CreateKey(nullptr, nullptr, COXRegistry::optionNonVolatile,
+                                            COXRegistry::permissionAllAccess, nullptr, nullptr)));
+  EXPECT_TRUE(is_refused(registry.DeleteKey(nullptr)));
+  EXPECT_TRUE(is_refused(registry.GetSecurity(0, nullptr, size)));
+  EXPECT_TRUE(is_refused(registry.SetSecurity(0, nullptr)));
+  EXPECT_TRUE(is_refused(registry.LoadFromFile(nullptr, L"f")));
+  EXPECT_TRUE(is_refused(registry.LoadFromFile(L"k", nullptr)));
+  EXPECT_TRUE(is_refused(registry.ReplaceFileW(nullptr, L"f", L"f")));
+  EXPECT_TRUE(is_refused(registry.ReplaceFileW(L"k", nullptr, L"f")));
+  EXPECT_TRUE(is_refused(registry.ReplaceFileW(L"k", L"f", nullptr)));
+  EXPECT_TRUE(is_refused(registry.RestoreFromFile(nullptr, 0)));
+  EXPECT_TRUE(is_refused(registry.SaveToFile(nullptr, nullptr)));
+  EXPECT_TRUE(is_refused(registry.UnLoadKey(nullptr)));
+  Lines expected;
+  for (const wchar_t* name : {L"CreateKey", L"DeleteKey", L"GetSecurity", L"SetSecurity",
+                              L"LoadFromFile", L"LoadFromFile", L"ReplaceFile", L"ReplaceFile",
+                              L"ReplaceFile", L"RestoreFromFile", L"SaveToFile", L"UnLoadKey"}) {
+    expected.push_back(std::wstring(L"In COXRegistry::") + name + L"() : Invalid parameter");
+  }
+  EXPECT_EQ(logged(), expected);
 }
 
 TEST_F(Keys, AFullDiskIsToldAndLosesNothing) {
@@ -212,6 +273,10 @@ TEST_F(Keys, ProductKeysLieUnderTheThreeNames) {
   EXPECT_EQ(path(MSoftKeyCU(L"\\\\")), L"software\\Co\\Prod\\1.0");
   MSoftKey::Init(L"Prod", nullptr, L"Co");
   EXPECT_EQ(path(MSoftKeyLM(L"Paths")), L"software\\Co\\Prod\\Paths");
+  HKEY parent = nullptr;
+  CStringW name;
+  MRegKey(L"B", MRegKey(L"A\\", MRegKey(HKEY_CURRENT_USER, 0))).GetParams(parent, name);
+  EXPECT_STREQ(name, L"A\\B");
 }
 
 TEST_F(Keys, ReadingMakesNothingWritingMakesAll) {
@@ -226,6 +291,11 @@ TEST_F(Keys, ReadingMakesNothingWritingMakesAll) {
   EXPECT_STREQ(text, L"text");
   EXPECT_TRUE(key.DeleteValue(L"v"));
   EXPECT_TRUE(key.DeleteValue(L"v"));
+  MRegKey nowhere;
+  EXPECT_TRUE(!nowhere);
+  EXPECT_EQ(nowhere.GetSubKeyName(0, text), 0);
+  EXPECT_EQ(nowhere.SetRegDWORD(L"v", 1), 0);
+  EXPECT_EQ(nowhere.GetLastError(), MRegKey::NO_HANDLE);
 }
 
 TEST_F(Keys, NumbersAreTextWithNothingBehind) {
@@ -250,6 +320,11 @@ TEST_F(Keys, NumbersAreTextWithNothingBehind) {
   EXPECT_EQ(key.GetRegULongD(L"n", 0), 4294967295UL);
   EXPECT_FALSE(key.GetRegLong(L"n", number));
   EXPECT_EQ(number, 77);
+  EXPECT_EQ(key.GetRegIntD(L"n", 77), 77);
+  ASSERT_TRUE(key.SetRegInt(L"n", -7));
+  int small = 0;
+  EXPECT_EQ(key.GetRegInt(L"n", small), 1);
+  EXPECT_EQ(small, -7);
 }
 
 TEST_F(Keys, TextIsWrittenOnlyIfItDiffers) {
@@ -278,14 +353,28 @@ TEST_F(Keys, StructuresHaveOneSize) {
   ASSERT_TRUE(key.GetRegBinary(L"s", data, size));
   EXPECT_EQ(std::string(data, data + size), "\1\2\3");
   delete[] data;
+  CByteArray array;
+  ASSERT_EQ(key.GetRegBinary(L"s", array), 1);
+  EXPECT_TRUE(array.GetSize() == 3 && array[2] == 3);
+  key.SetRegStr(L"s", L"text");
+  EXPECT_EQ(key.GetRegBinary(L"s", array), 0);
+  EXPECT_EQ(array.GetSize(), 0);
+  EXPECT_FALSE(key.GetRegStruct(L"s", read, 3));
+  EXPECT_EQ(key.GetLastError(), MRegKey::WRONG_STRUCT);
+  EXPECT_FALSE(key.GetRegStruct(L"none", read, 3));
+  EXPECT_EQ(key.GetLastError(), 2);
 }
 
 TEST_F(Keys, TreesAreDeletedButForTheFourOfTheClassesRoot) {
   MSoftKeyCU(L"Tree\\a\\b").Create();
   MSoftKeyCU(L"Tree\\c").Create();
   MSoftKeyCU product;
-  EXPECT_TRUE(product.DeleteSubKey(L"Tree"));
   CStringArray names;
+  product.GetSubKeyNames(names);
+  EXPECT_FALSE(product.DeleteSubKey(nullptr) || product.DeleteSubKey(L""));
+  product.GetSubKeyNames(names);
+  EXPECT_EQ(names.GetSize(), 1);
+  EXPECT_TRUE(product.DeleteSubKey(L"Tree"));
   product.GetSubKeyNames(names);
   EXPECT_EQ(names.GetSize(), 0);
   EXPECT_FALSE(product.DeleteSubKey(L"Tree"));
@@ -293,6 +382,8 @@ TEST_F(Keys, TreesAreDeletedButForTheFourOfTheClassesRoot) {
   MRegKey(L"CLSID\\{1}", classes).Create();
   EXPECT_FALSE(classes.DeleteSubKey(L"clsid"));
   EXPECT_FALSE(!MRegKey(L"CLSID\\{1}", classes));
+  MRegKey(L".part", classes).Create();
+  EXPECT_TRUE(classes.DeleteSubKey(L".part"));
   MRegKey clsid(L"CLSID", classes);
   EXPECT_TRUE(clsid.DeleteSubKey(L"{1}"));
 }
@@ -304,6 +395,15 @@ TEST_F(Keys, CopiesShareTheHandleOfTheirSource) {
   MRegKey same(L"", copy);
   EXPECT_EQ(copy.GetRegDWORDD(L"v", 0), 1U);
   EXPECT_EQ(static_cast<HKEY>(same), static_cast<HKEY>(copy));
+  {
+    MRegKey assigned, below(L"", copy);
+    assigned = copy;
+    assigned = static_cast<MRegKey&>(assigned);
+    MSoftKeyCU other(*source);
+    EXPECT_EQ(assigned.GetRegDWORDD(L"v", 0) + below.GetRegDWORDD(L"v", 0), 2U);
+    EXPECT_EQ(other.GetRegDWORDD(L"v", 0), 1U);
+  }
+  EXPECT_EQ(copy.GetRegDWORDD(L"v", 0), 1U);  // none of them has closed it
   HKEY parent = nullptr;
   CStringW path;
   copy.GetParams(parent, path);
@@ -323,6 +423,9 @@ TEST_F(Keys, SingleValuesHaveSizes) {
   EXPECT_TRUE(CRegUtils::SaveRegKey(L"Software\\One", L"t", L"\U0001F600"));
   EXPECT_EQ(CRegUtils::GetRegKeySize(L"Software\\One", L"t"), 6);  // two units and the zero
   EXPECT_TRUE(CRegUtils::LoadRegKey(L"Software\\One", L"t", text));
+  EXPECT_FALSE(CRegUtils::LoadRegKey(L"Software\\One", L"none", text));
+  EXPECT_FALSE(CRegUtils::LoadRegKey(L"Software\\None", L"t", text));
+  EXPECT_TRUE(!MRegKey(L"Software\\None", MRegKey(HKEY_CURRENT_USER, 0)));  // and none is made
   EXPECT_STREQ(text, L"\U0001F600");
   EXPECT_TRUE(CRegUtils::SaveRegKey(L"Software\\One", L"e", &number, 0));
   EXPECT_EQ(CRegUtils::GetRegKeySize(L"Software\\One", L"e"), 0);

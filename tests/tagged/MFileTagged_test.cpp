@@ -94,9 +94,9 @@ TEST_F(FileTagged, CopiesChangedHeadersAndOddOnes) {
   EXPECT_EQ(at.bytes(), headTag() + a + odd.substr(0, 14) + c);
 
   ASSERT_TRUE(openWrite());
-  file.NEXT_TAG(nullptr, false)->VERSION()[1] = 99;
+  file.NEXT_TAG(file.NEXT_TAG(nullptr, false), false)->VERSION()[1] = 99;
   closeSound();
-  EXPECT_EQ(at.bytes(), headTag() + record("A", 2, 99, "first") + odd.substr(0, 14) + c);
+  EXPECT_EQ(at.bytes(), headTag() + a + std::string(odd).replace(7, 1, 1, 99).substr(0, 14) + c);
 }
 
 TEST_F(FileTagged, ListsWhatIsWholeAndStandsBehindIt) {
@@ -146,12 +146,13 @@ TEST_F(FileTagged, SeesWrittenTagsInModeZeroOnly) {
   EXPECT_EQ(file.FIND_TAG(nullptr, tag, 1, false), nullptr);
   EXPECT_NE(file.FIND_TAG(nullptr, tag, 0, false), nullptr);
   EXPECT_EQ(tag.m_skip, 0);
-  writeTag(file, MTag("NEW"), "");
-  MTag added("NEW");
+  writeTag(file, MTag("NEWTAG"), "");
+  MTag added("NEWTAG");
   EXPECT_NE(file.FIND_TAG(nullptr, added, 0, false), nullptr);
   writeTag(file, MTag("GONE"), "");
   EXPECT_TRUE(file.REMOVE_TAGS(MTag("GONE"), 0));
-  EXPECT_EQ(namesOf(file), "A B C NEW");
+  writeTag(file, MTag("LAST"), "");
+  EXPECT_EQ(namesOf(file), "A B C NEWTAG LAST");
   closeSound();
 }
 
@@ -163,7 +164,10 @@ TEST_F(FileTagged, TakesUsedTagsAndUsedObjects) {
 
   const std::wstring other = at.folder.wide("other.abc");
   ASSERT_TRUE(file.OPEN_WRITE(other.c_str()));  // nothing of part.abc may come along
-  writeTag(file, used, "copy");
+  file.WRITE_TAG_BEGIN(used);
+  EXPECT_EQ(used.m_next, nullptr);
+  file.WRITE("copy", 4);
+  EXPECT_TRUE(file.WRITE_TAG_END(used));
   EXPECT_EQ(namesOf(file), "A");
   EXPECT_EQ(file.NEXT_TAG(&used, false), nullptr);
   closeSound();
@@ -186,9 +190,35 @@ TEST_F(FileTagged, RewritesTheNodeThatIsGiven) {
   MTag* second = file.NEXT_TAG(file.NEXT_TAG(nullptr, false), false);
   file.WRITE_TAG_BEGIN(*second);
   file.WRITE("2", 1);
-  EXPECT_TRUE(file.WRITE_TAG_END(*second));
+  second->m_updated = true;
+  EXPECT_TRUE(file.WRITE_TAG_END(*second) && !second->m_updated);
   closeSound();
   EXPECT_EQ(at.bytes(), headTag() + record("A", 2, 0, "2") + record("A", 2, 0, "one") + c);
+}
+
+TEST_F(FileTagged, RewritesManyRecordsEachInItsTurn) {
+  constexpr int count = 100;
+  const auto nameOf = [](int i) { return std::string("R") + std::to_string(i % 50); };
+  std::string old = headTag();
+  for (int i = 0; i < count; ++i) old += record(nameOf(i), 2, i, "old");
+  at.put(old);
+  ASSERT_TRUE(openWrite());
+  std::string expected = headTag();
+  const auto write = [&](int i, unsigned char minor) {
+    MTag tag(nameOf(i).c_str(), 2, minor);
+    writeTag(file, tag, "new");
+    expected += record(nameOf(i), 2, minor, "new");
+  };
+  for (int i = count - 1; i > 0; --i) write(i, 7);  // R0 is left once
+  write(48, 6);                                     // a third one, which the file didn't have
+  EXPECT_TRUE(file.REMOVE_TAGS(MTag("R0", 2, 0), 0));
+  for (int i = 0; i < 3; ++i) write(i, 8);
+  MTag again("R0", 2, 0);
+  EXPECT_NE(file.FIND_TAG(nullptr, again, 0, false), nullptr);
+  write(0, 9);
+  closeSound();
+  EXPECT_EQ(at.bytes(), expected);
+  EXPECT_EQ(listed().substr(0, 12), "R49 R48 R47 ");
 }
 
 TEST_F(FileTagged, RefusesALengthThatThirtyOneBitsCannotTell) {
@@ -221,13 +251,16 @@ TEST_F(FileTagged, LeavesTheOldFileAloneWhenItCannotBeSetAside) {
   putABC();
   std::filesystem::create_directory(at.bak);
   EXPECT_FALSE(openWrite());
-  EXPECT_NE(file.GET_RESULT(), 0U);
+  const std::uint32_t first_error = file.GET_RESULT();
+  EXPECT_NE(first_error, 0U);
   EXPECT_EQ(at.bytes(), headTag() + a + b + c);
   std::filesystem::remove(at.bak);
   std::filesystem::rename(at.file, at.bak);  // which can't be its own backup
   EXPECT_FALSE(file.OPEN_WRITE(at.folder.wide("part.bak").c_str()) || file.IS_OPEN());
   EXPECT_EQ(readBytes(at.bak), headTag() + a + b + c);
   EXPECT_FALSE(file.OPEN_READ(at.folder.wide("missing").c_str()));
+  EXPECT_TRUE(file.OPEN_WRITE(at.folder.wide("sound").c_str()));
+  EXPECT_EQ(file.GET_RESULT(), first_error);
   EXPECT_FALSE(file.OPEN_READ(at.folder.wide().c_str()) ||
                file.OPEN_WRITE(at.folder.wide().c_str()));
   struct Opener : MFileTagged {
@@ -296,12 +329,12 @@ TEST_F(FileTagged, KeepsTheBackupBesideTheFileUnderEveryFormOfName) {
   std::filesystem::current_path(before);
 
   // The link stays one, and its target is saved.
-  writeBytes(at.folder / "target.abc", headTag() + a);
+  writeBytes(at.folder / "t", headTag() + a);
   std::filesystem::remove(at.file);
-  std::filesystem::create_symlink("target.abc", at.file);
+  std::filesystem::create_symlink("t", at.file);
   ASSERT_TRUE(openWrite());
   writeTag(file, MTag("N"), "");
   closeSound();
   EXPECT_TRUE(std::filesystem::is_symlink(at.file));
-  EXPECT_EQ(readBytes(at.folder / "target.abc"), headTag() + record("N", 2, 1, "") + a);
+  EXPECT_EQ(readBytes(at.folder / "t"), headTag() + record("N", 2, 1, "") + a);
 }

@@ -92,7 +92,9 @@ TEST_F(TagList, OnlyLooksIntoTagsThatHoldTags) {
   unplaced.m_data_position = -1;
   EXPECT_FALSE(list.BUILD_TAG_LIST(file, unplaced, true));
   file.CLOSE();
-  EXPECT_FALSE(list.BUILD_TAG_LIST(file) || list.BUILD_TAG_LIST(file, 100));
+  unplaced.m_data_position = 24;
+  EXPECT_FALSE(list.BUILD_TAG_LIST(file) || list.BUILD_TAG_LIST(file, 100) ||
+               list.BUILD_TAG_LIST(file, unplaced, false));
 }
 
 TEST_F(TagList, StopsTheRunAtItsLimit) {
@@ -107,6 +109,7 @@ TEST_F(TagList, StopsTheRunAtItsLimit) {
     EXPECT_TRUE(list.BUILD_TAG_LIST(file, row.limit));
     EXPECT_EQ(listed(), row.names) << row.limit;
   }
+  EXPECT_EQ(list.GET_HEAD_TAG().m_position, 0);
 }
 
 TEST_F(TagList, TurnsDownAWrongHeadAndKeepsTheTable) {
@@ -192,23 +195,34 @@ TEST_F(TagList, FindsByNameVersionAndMode) {
 }
 
 TEST_F(TagList, RewritesEntriesInTheirOrder) {
-  open(headTag() + record("A", 2, 3, "") + record("B", 2, 0, "") + record("A", 2, 4, ""));
+  constexpr int count = 100;
+  const auto nameOf = [](int i) { return std::string("R") + std::to_string(i % 50); };
+  std::string old = headTag();
+  for (int i = 0; i < count; ++i) old += record(nameOf(i), 2, i, "");
+  open(old);
   ASSERT_TRUE(list.BUILD_TAG_LIST(file));
-  file.CLOSE();
   ASSERT_TRUE(file.OPEN_WRITE(at.name.c_str()));
-  std::string minors;
-  for (int i = 0; i < 20; ++i) {  // beyond two entries the rest is new, however many there are
-    MTag tag("A", 2, 9);
-    EXPECT_TRUE(list.WRITE_TAG_BEGIN(file, tag));
-    minors += std::to_string(tag.m_version[1]);
+  const auto minorOf = [&](int i) {
+    MTag tag(nameOf(i).c_str(), 2, 200);
+    EXPECT_EQ(list.WRITE_TAG_BEGIN(file, tag), file.IS_OPEN_WRITE());
     file.WRITE("x", 1);
-    EXPECT_TRUE(list.WRITE_TAG_END(file, tag));
-    EXPECT_EQ(tag.m_skip, 1);
-  }
-  EXPECT_EQ(minors, "34" + std::string(18, '9'));
-  EXPECT_EQ(list.SIZE(), 21U);
+    EXPECT_EQ(list.WRITE_TAG_END(file, tag) && tag.m_skip == 1, file.IS_OPEN_WRITE());
+    return tag.m_version[1];
+  };
+  for (int i = 49; i > 0; --i) EXPECT_EQ(minorOf(i), i);
+  EXPECT_TRUE(list.REMOVE_TAGS(MTag("R7", 2, 0), 1));  // the second R7: all behind it move
+  for (int i = 49; i > 0; --i) EXPECT_EQ(minorOf(i), i == 7 ? 200 : i + 50);
+  ASSERT_TRUE(file.OPEN_READ(at.name.c_str()));
+  minorOf(0);  // fails, so that the entry is still to be written
+  ASSERT_TRUE(file.OPEN_WRITE(at.name.c_str()));
+  EXPECT_EQ(minorOf(0), 0);
+  EXPECT_EQ(minorOf(0), 50);
+  MTag* const entry = list.NEXT_TAG(file, nullptr, false);  // which is written: a new one follows
+  EXPECT_TRUE(list.WRITE_TAG_BEGIN(file, *entry));
+  EXPECT_EQ(list.NEXT_TAG(file, nullptr, false)->m_position, 26);
+  EXPECT_EQ(list.SIZE(), static_cast<std::size_t>(count) + 1);
   file.CLOSE();
-  EXPECT_EQ(at.bytes().substr(0, 26), record("A", 2, 3, "x") + record("A", 2, 4, "x"));
+  EXPECT_EQ(at.bytes().substr(0, 26), record("R0", 2, 0, "x") + record("R0", 2, 50, "x"));
 }
 
 TEST_F(TagList, PassesAFailedWriteOn) {

@@ -25,17 +25,20 @@ TEST(MTag, StandsInTwelveBytes) {
     SCOPED_TRACE(testing::PrintToString(row.bytes));
     const TaggedFolder at;
     MTag tag = row.tag;
+    EXPECT_TRUE(tag.m_position == -1 && tag.m_data_position == -1);
     tag.m_skip = row.skip;
     MFile file;
     ASSERT_TRUE(file.OPEN_WRITE(at.name.c_str()) && file.WRITE("xyz", 3) && tag.WRITE(file));
     file.CLOSE();
     EXPECT_EQ(at.bytes(), "xyz" + std::string(row.bytes));
     MTag read("OTHERX", 9, 9);
+    read.m_written = read.m_updated = true;
     ASSERT_TRUE(file.OPEN_READ(at.name.c_str()) && file.SEEK(3, 0) && read.READ(file));
     EXPECT_STREQ(read.m_name, row.name_read);
     EXPECT_EQ(read.m_version[0], row.tag.m_version[0]);
     EXPECT_EQ(read.m_version[1], row.tag.m_version[1]);
     EXPECT_EQ(read.m_skip, row.skip);
+    EXPECT_FALSE(read.m_written || read.m_updated);
     EXPECT_EQ(read.m_position, 3);
     EXPECT_EQ(read.m_data_position, 15);
     EXPECT_FALSE(read.READ(file));  // and knows where it tried
@@ -102,6 +105,7 @@ TEST(MTag, ComparesByNameAndMajorVersion) {
       {MTag("A", 2, 0), MTag("AB", 2, 0), false, false, false, false},
       {MTag("ABCDEF", 2, 0), MTag("ABCDEFX", 2, 0), true, true, true, true},
       {MTag("", 1, 0), MTag(nullptr, 1, 0), true, true, true, true},
+      {MTag("\x84", 1, 0), MTag("\4", 1, 0), false, false, false, false},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(row.a == row.b, row.equal) << row.a.m_name << row.b.m_name;
@@ -109,9 +113,9 @@ TEST(MTag, ComparesByNameAndMajorVersion) {
     EXPECT_EQ(row.a.COMPARE(row.b, 1), row.mode1);
     EXPECT_EQ(row.a.COMPARE(row.b, 2), row.mode2);
   }
-  MTag junk("A", 2, 0);
+  MTag junk("B", 2, 0);
   junk.m_name[3] = 'Z';  // behind the zero, as a foreign writer may leave it
-  EXPECT_TRUE(junk == MTag("A", 2, 0));
+  EXPECT_TRUE(junk == MTag("B", 2, 0));
 }
 
 TEST(MTag, CopiesAllButWhetherItWasUpdated) {
@@ -126,4 +130,6 @@ TEST(MTag, CopiesAllButWhetherItWasUpdated) {
   target.m_updated = true;
   target = from;
   EXPECT_TRUE(target.m_updated && target == from && target.m_version[1] == 4);
+  target.INIT("A");
+  EXPECT_FALSE(target.m_updated || target.m_written || target.m_next);
 }

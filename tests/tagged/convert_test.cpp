@@ -121,6 +121,15 @@ TEST_F(Convert, LeavesAFileAloneThatCannotBeMoved) {
   EXPECT_NE(qel::sys::GetFileAttributesW(at.name.c_str()) & qel::sys::FILE_ATTRIBUTE_ARCHIVE, 0U);
 }
 
+TEST_F(Convert, WorksBesideAFileThatASweepWouldFindInTheTemporaryFolder) {
+  at.put(headTag(1, 0));
+  qeltest::FaultyCalls faulty({.kind = qeltest::Fault::fail_once, .n = 1, .error = EACCES});
+  EXPECT_TRUE(convert(0, 0));
+  EXPECT_EQ(faulty.fault().call, "setxattr");  // what was to mark it as nothing to sweep
+  EXPECT_EQ(at.bytes(), headTag());
+  EXPECT_TRUE(isClean() && at.files().size() == 1);
+}
+
 TEST_F(Convert, FollowsALink) {
   qeltest::writeBytes(at.folder / "target", headTag(1, 0));
   std::filesystem::create_symlink("target", at.file);

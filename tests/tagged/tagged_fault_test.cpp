@@ -82,6 +82,13 @@ class Strained : public testing::Test {
     }
   }
 
+  // What didn't reach the disk isn't told as saved.
+  void expectFailureOfSync(const Fault& fault) const {
+    if (fault.struck && fault.call == "fsync" && fault.error == EIO) {
+      EXPECT_FALSE(sound);
+    }
+  }
+
   // And the next save works, with no byte lost to it.
   void expectSavesAgain() {
     const bool was_old = holders(old_file) > 0;
@@ -97,6 +104,7 @@ TEST_F(Strained, SavesOrTellsThatItDidNot) {
   qeltest::forEachFault([&] { prepare(); }, [&] { save(); },
                         [&](const Fault& fault) {
                           expectWhole(saved_file);
+                          expectFailureOfSync(fault);
                           if (!fault.struck) {
                             EXPECT_TRUE(sound && at.files().size() == 1);
                           }
@@ -132,6 +140,7 @@ TEST_F(Strained, ConvertsOrTellsThatItDidNot) {
   qeltest::forEachFault([&] { prepare(); }, [&] { convert(); },
                         [&](const Fault& fault) {
                           expectWhole(converted_file);
+                          expectFailureOfSync(fault);
                           if (!fault.struck) {
                             EXPECT_TRUE(sound && holders(old_file) == 0);
                           }

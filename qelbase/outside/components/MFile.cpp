@@ -509,6 +509,13 @@ std::size_t MFile::_WriteLongs(const std::int32_t* data, std::size_t count) {
 }
 
 bool MFile::_OverwriteElsewhere(std::int64_t position, const void* data, std::size_t bytes) {
+  // What the window has left behind is patched in the file, so that the window stays where it is.
+  if (m_inline_write && position >= 0 && position < m_window) {
+    const std::size_t outside = std::min(bytes, static_cast<std::size_t>(m_window - position));
+    const char* const from = static_cast<const char*>(data);
+    return _WriteAll(from, outside, position) == outside &&
+           (outside == bytes || OVERWRITE(m_window, from + outside, bytes - outside));
+  }
   const std::int64_t before = TELL();
   const bool written = SEEK(position, 0) && _Write(data, bytes) == bytes;
   return before >= 0 && SEEK(before, 0) && written;

@@ -63,8 +63,9 @@ class QELBASE_API MFile {
   bool OPEN_UPDATE(const wchar_t* name);
   bool REWIND() { return SEEK(0, 0); }
 
-  // As SEEK(bytes, 1), without a call inside the buffer.
+  // As SEEK(bytes, 1) and TELL(), without a call inside the buffer.
   inline bool SKIP(std::int64_t bytes);
+  inline std::int64_t POSITION() const;
 
   // Each gives the number of whole elements moved, 0 on failure. Four-byte values are little-endian
   // in the file on every machine.
@@ -76,7 +77,8 @@ class QELBASE_API MFile {
   inline std::size_t WRITE(const std::int32_t* data, std::size_t count);
 
   // Writes at another position and comes back: as TELL, SEEK, WRITE, SEEK, but without a call where
-  // those bytes still wait in the buffer. True if all were written.
+  // those bytes still wait in the buffer, and without giving the buffer up where they have left it.
+  // True if all were written.
   inline bool OVERWRITE(std::int64_t position, const void* data, std::size_t bytes);
 
   // Copies from `source`'s position on to this file's position, moves both positions, and gives the
@@ -193,6 +195,11 @@ inline bool MFile::SKIP(std::int64_t bytes) {
     return true;
   }
   return SEEK(bytes, 1);
+}
+
+inline std::int64_t MFile::POSITION() const {
+  const bool writing = m_cursor >= m_dirty_begin && m_cursor < m_write_end;
+  return writing || m_cursor < m_read_end ? _Position() : TELL();
 }
 
 inline bool MFile::OVERWRITE(std::int64_t position, const void* data, std::size_t bytes) {
