@@ -236,7 +236,7 @@ void readLines(benchmark::State& state) {
 }
 BENCHMARK(readLines)->Name("read/limit_lines")->Unit(benchmark::kMillisecond);
 
-// The bytes of the wide file over the old ones, from one place in memory.
+// The bytes of the wide file in place of the old ones, from one place in memory.
 void writeBytes(benchmark::State& state) {
   MIniFile ini;
   ini.ReadFromFile(files().wide("in.ini").c_str(), 0);
@@ -245,7 +245,7 @@ void writeBytes(benchmark::State& state) {
   const auto size = std::filesystem::file_size(name);
   const std::string piece(1 << 17, 'x');
   for (auto _ : state) {
-    std::fstream file(name, std::ios::binary | std::ios::in | std::ios::out);
+    std::ofstream file(name, std::ios::binary);
     for (std::uintmax_t done = 0; done < size; done += piece.size()) {
       const auto part = std::min<std::uintmax_t>(piece.size(), size - done);
       file.write(piece.data(), static_cast<std::streamsize>(part));

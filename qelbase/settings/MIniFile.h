@@ -52,9 +52,7 @@ class QELBASE_API MIniFile : public CMapStringIToPtr {
   std::uint32_t Read(std::FILE& stream);
   std::uint32_t Append(std::FILE& stream);
   // Writes the wide file of `name`. `comment` may be null or empty; it is not read back. 32 if
-  // somebody has the file open. A file that fails in the middle stays, with what was written. The
-  // old content is written over and the end cut off last: of a process that dies meanwhile the file
-  // has new text in front of old.
+  // somebody has the file open. A file that fails in the middle stays, with what was written.
   std::uint32_t WriteToFile(const wchar_t* name, const wchar_t* comment) const;
   // The name of the wide file: "_u" before the last dot of the last component, else before its last
   // character. `result` has room for the name and three more; ReadFromFile and WriteToFile take

@@ -355,21 +355,25 @@ std::wstring commentText(std::wstring_view comment) {
   return text;
 }
 
-// A descriptor of the file, new or with its old content, which nobody else has open; -1 and the
-// last error.
+// A descriptor of the new or emptied file, which nobody else has open; -1 and the last error. What
+// ends in the middle of writing then leaves a short file, and no mixture of new and old values.
 int openAlone(const wchar_t* name) {
   std::string native;
   if (!qel::sys::ToNativeForCreation(name, native)) return -1;
   const int fd = Calls().open(native.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
   if (fd < 0) return fail(qel::sys::ErrorOfPath(errno, native)), -1;
-  if (Calls().flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return fd;
-  fail(qel::sys::ERROR_SHARING_VIOLATION);
+  if (Calls().flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    fail(qel::sys::ERROR_SHARING_VIOLATION);
+  } else if (qel::sys::UntilNotInterrupted([fd] { return Calls().ftruncate(fd, 0); }) != 0) {
+    fail(qel::sys::ErrorFromErrno(errno));
+  } else {
+    return fd;
+  }
   Calls().close(fd);
   return -1;
 }
 
-// Text on its way into a file, in pieces, over what the file has: the system needn't free all pages
-// of the old content and clear new ones. The first failure, which is the last error, ends it.
+// Text on its way into a file, in pieces. The first failure, which is the last error, ends it.
 class Writer {
  public:
   explicit Writer(int fd) : m_fd(fd), m_units(new char16_t[piece]) {}
@@ -391,12 +395,10 @@ class Writer {
     const std::u16string units = qel::sys::ToUtf16(text);
     return add(std::u16string_view(units));
   }
-  // The end of the text, and of the file. False after a failure.
+  // The end of the text. False after a failure.
   bool finish() {
     flush();
-    const bool cut = Calls().ftruncate(m_fd, m_written) == 0;
-    if (!cut && m_sound) fail(qel::sys::ErrorFromErrno(errno));
-    return cut && m_sound;
+    return m_sound;
   }
 
   void addSection(std::wstring_view name, const MIniFile::Section& section) {
@@ -417,11 +419,10 @@ class Writer {
     std::string_view bytes(reinterpret_cast<const char*>(m_units.get()), m_used * sizeof(char16_t));
     m_used = 0;
     while (m_sound && !bytes.empty()) {
-      const ssize_t moved = Calls().write(m_fd, bytes.data(), bytes.size());
-      if (moved < 0 && errno == EINTR) continue;
+      const ssize_t moved = qel::sys::UntilNotInterrupted(
+          [&] { return Calls().write(m_fd, bytes.data(), bytes.size()); });
       m_sound = moved > 0;
       if (!m_sound) return void(fail(qel::sys::ErrorFromErrno(moved < 0 ? errno : ENOSPC)));
-      m_written += moved;
       bytes.remove_prefix(static_cast<std::size_t>(moved));
     }
   }
@@ -441,7 +442,6 @@ class Writer {
   int m_fd;
   std::unique_ptr<char16_t[]> m_units;
   std::size_t m_used = 0;
-  off_t m_written = 0;
   bool m_sound = true;
 };
 

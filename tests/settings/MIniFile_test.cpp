@@ -223,7 +223,7 @@ TEST(MIniFile, WritesTheWideFormAndLeavesTheNarrowFile) {
   EXPECT_NE(again.model.ReadFromFile(folder.wide().c_str(), 0), 0u);
 }
 
-// The file is written over in place, and values lie in the bytes that were read.
+// Values lie in the bytes that were read.
 TEST(MIniFile, OverwritesALongerFileWithWhatWasReadFromIt) {
   const TempFolder folder;
   const std::wstring name = folder.wide("a.ini");

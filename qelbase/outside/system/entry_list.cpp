@@ -110,7 +110,8 @@ void EntryList::addFirst(const Entry& entry) {
 }
 
 bool EntryList::isPlain() const {
-  return std::ranges::all_of(m_items, [this](const Item& item) { return IsPlain(nativeOf(item)); });
+  return std::ranges::all_of(m_items,
+                             [this](const Item& item) { return IsPlainName(nativeOf(item)); });
 }
 
 // All names are ASCII, so that their bytes can be compared.

@@ -387,7 +387,7 @@ bool ToNativeForCreation(std::wstring_view path, std::string& native) {
 }
 
 std::wstring FromNative(std::string_view native) {
-  if (IsPlain(native)) return {native.begin(), native.end()};
+  if (IsPlainName(native)) return {native.begin(), native.end()};
   std::wstring path;
   path.reserve(native.size());
   if (!native.starts_with('/')) {
@@ -428,7 +428,7 @@ bool IsAbsolute(std::wstring_view path) {
   return !path.empty() && IsSeparator(path[0]);
 }
 
-bool IsPlain(std::string_view name) {
+bool IsPlainName(std::string_view name) {
   static constexpr std::array<bool, 256> plain = [] {
     std::array<bool, 256> table{};
     for (char32_t c = 0; c < 0x80; ++c) table[c] = !mustBeCarriedInName(c) && c != U'/';

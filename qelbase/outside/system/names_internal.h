@@ -24,7 +24,7 @@ inline constexpr bool IsSeparator(wchar_t c) {
 }
 
 // Every byte of the native name is one and the same character in its Windows name.
-[[nodiscard]] bool IsPlain(std::string_view name);
+[[nodiscard]] bool IsPlainName(std::string_view name);
 
 // The folder that a native name lies in, "." for a bare name; and its last component, empty for
 // "/".
