@@ -45,15 +45,18 @@ DWORD SharingOf(UINT flags) {
   return sharing;
 }
 
-// False if another opener stands against it. A file system without locks grants everything.
-// `helper` gets a second descriptor if `file` itself can't hold locks, as it is not for reading.
-bool Share(int file, UINT flags, qel::sys::Descriptor& helper) {
+// 0 or the code, 32 if another opener stands against it. A file system without locks grants
+// everything. `helper` gets a second descriptor if `file` itself can't hold locks, as it is not for
+// reading.
+DWORD Share(int file, UINT flags, qel::sys::Descriptor& helper) {
   if ((AccessOf(flags) & GENERIC_READ) == 0) {
     helper = qel::sys::Descriptor::open("/proc/self/fd/" + std::to_string(file), O_RDONLY);
-    if (!helper) return true;
+    if (!helper) return ERROR_SUCCESS;
     file = helper.get();
   }
-  return qel::sys::TakeShare(file, AccessOf(flags), SharingOf(flags)) != EWOULDBLOCK;
+  const int error = qel::sys::TakeShare(file, AccessOf(flags), SharingOf(flags));
+  const bool has_no_locks = error == ENOLCK || error == EOPNOTSUPP || error == ENOSYS;
+  return error == 0 || has_no_locks ? ERROR_SUCCESS : qel::sys::ErrorFromErrno(error);
 }
 
 // Moves `count` bytes by `transfer(done)`, which gives the bytes moved or -1; stops at 0. Gives the
@@ -118,8 +121,8 @@ DWORD CFile::OpenNative(const wchar_t* name, UINT flags) {
   if (S_ISDIR(facts.st_mode)) return qel::sys::ERROR_ACCESS_DENIED;
 
   qel::sys::Descriptor share_file;
-  if (S_ISREG(facts.st_mode) && !Share(file.get(), flags, share_file)) {
-    return qel::sys::ERROR_SHARING_VIOLATION;
+  if (S_ISREG(facts.st_mode)) {
+    if (const DWORD code = Share(file.get(), flags, share_file); code != ERROR_SUCCESS) return code;
   }
   const bool empties = (flags & modeCreate) && !(flags & modeNoTruncate);
   if (empties && Calls().ftruncate(file.get(), 0) != 0) return qel::sys::ErrorFromErrno(errno);
