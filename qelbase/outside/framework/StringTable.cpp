@@ -243,7 +243,8 @@ void StringTableIndex::reserve(std::size_t entries) {
 }
 
 void StringTableIndex::rebuild(std::size_t slots) {
-  auto* fresh = static_cast<unsigned char*>(::operator new(slots*(1 + sizeof *m_slots)));
+  constexpr std::size_t slot_size = sizeof(void*);
+  auto* fresh = static_cast<unsigned char*>(::operator new(slots * (1 + slot_size)));
   ::operator delete(m_tags);
   m_tags = fresh;
   m_slots = reinterpret_cast<StringTableEntry**>(fresh + slots);
