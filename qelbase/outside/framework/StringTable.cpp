@@ -243,8 +243,8 @@ void StringTableIndex::reserve(std::size_t entries) {
 }
 
 void StringTableIndex::rebuild(std::size_t slots) {
-  constexpr std::size_t slot_size = sizeof(void*);
-  auto* fresh = static_cast<unsigned char*>(::operator new(slots * (1 + slot_size)));
+  const std::size_t size = slots * (sizeof(unsigned char) + sizeof(void*));
+  auto* fresh = static_cast<unsigned char*>(::operator new(size));
   ::operator delete(m_tags);
   m_tags = fresh;
   m_slots = reinterpret_cast<StringTableEntry**>(fresh + slots);
