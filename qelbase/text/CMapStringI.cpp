@@ -125,12 +125,7 @@ CObject* CMapStringIToObject::RemoveKey2(const wchar_t* key) {
 }
 
 void CMapStringIToObject::RemoveAll() {
-  CStringW key;
-  CObject* value = nullptr;
-  for (POSITION position = GetStartPosition(); position;) {
-    GetNextAssoc(position, key, value);
-    delete std::exchange(value, nullptr);
-  }
+  m_map.ForEach([](std::wstring_view, void* value) { delete static_cast<CObject*>(value); });
   m_map.RemoveAll();
 }
 
