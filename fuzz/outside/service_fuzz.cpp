@@ -12,14 +12,15 @@ using namespace qel::sys;
 namespace {
 
 const std::string& folder() {
-  static const std::string kept = [] {
+  // Still there when the handler runs.
+  static const std::string& kept = *new std::string([] {
     std::string made = "/tmp/qelfuzz.XXXXXX";
     if (!mkdtemp(made.data())) std::abort();
     setenv("QEL_REGISTRY", made.c_str(), 1);
     const services::DatabaseLock makes_the_folder;
     std::atexit([] { std::system(("rm -rf '" + folder() + "'").c_str()); });
     return made;
-  }();
+  }());
   return kept;
 }
 

@@ -56,7 +56,8 @@ void checkTables(const MDirectoryWithMap& map) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const std::string folder = [] {
+  // Still there when the handler runs.
+  static const std::string& folder = *new std::string([] {
     const std::string path =
         std::filesystem::temp_directory_path() / ("map_file_fuzz." + std::to_string(getpid()));
     for (const char* name : {"a", "b", "map1a2b", "map1a2c"}) {
@@ -64,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::atexit([] { std::filesystem::remove_all(folder); });
     return path;
-  }();
+  }());
   checkRecords({reinterpret_cast<const char*>(data), size});
   std::FILE* file = std::fopen((folder + "/.map").c_str(), "wb");
   if (size > 0) std::fwrite(data, 1, size, file);

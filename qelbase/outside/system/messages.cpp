@@ -300,25 +300,25 @@ class WindowTable {
   std::uintptr_t m_next = 0x10000;
 };
 
-// The calling thread's queue; its end is the end of the thread's windows.
-class ThreadQueue {
- public:
-  ThreadQueue() : m_queue(std::make_shared<Queue>()) {}
-  ThreadQueue(const ThreadQueue&) = delete;
-  ThreadQueue& operator=(const ThreadQueue&) = delete;
-  ~ThreadQueue() {
-    WindowTable::Get().RemoveAllOf(*m_queue);
-    m_queue->Close();
-  }
-  const std::shared_ptr<Queue>& queue() const { return m_queue; }
+// The calling thread's queue. A pointer, as exit handlers may call when the main thread's own
+// objects are gone; the queue that they get then stays.
+constinit thread_local std::shared_ptr<Queue>* own_queue = nullptr;
+constinit thread_local bool has_ended = false;
 
- private:
-  std::shared_ptr<Queue> m_queue;
+// The end of a queue is the end of its thread's windows.
+struct ThreadEnd {
+  ~ThreadEnd() {
+    WindowTable::Get().RemoveAllOf(**own_queue);
+    (*own_queue)->Close();
+    delete std::exchange(own_queue, nullptr);
+    has_ended = true;
+  }
 };
 
 const std::shared_ptr<Queue>& OwnQueue() {
-  thread_local ThreadQueue own;
-  return own.queue();
+  if (!own_queue) own_queue = new std::shared_ptr<Queue>(std::make_shared<Queue>());
+  if (!has_ended) thread_local const ThreadEnd end;
+  return *own_queue;
 }
 
 bool IsOwn(const Window& window) {
