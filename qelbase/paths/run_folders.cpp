@@ -12,6 +12,7 @@
 #include "qelbase/outside/system/files_internal.h"
 #include "qelbase/outside/system/folder_walk_internal.h"
 #include "qelbase/outside/system/handles.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/modules.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/names_internal.h"
@@ -26,8 +27,8 @@ namespace {
 using namespace sys;
 
 const std::string& LockFileName() {
-  static const std::string name = NativeText(MFolderLocker::mgp_lock_file_name);
-  return name;
+  static Lasting<std::string> name([] { return NativeText(MFolderLocker::mgp_lock_file_name); });
+  return *name;
 }
 
 std::string NativeOf(const wchar_t* folder, const wchar_t* tail) {

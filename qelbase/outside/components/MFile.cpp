@@ -9,6 +9,7 @@
 #include <new>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/names.h"
 #include "qelbase/outside/system/syscalls_internal.h"
 
@@ -47,8 +48,8 @@ const void* slotOf(const MFile& file, Member member) {
 
 template <typename Member>
 bool isOverridden(const MFile& file, Member member) {
-  static const MFile plain(0);
-  return slotOf(file, member) != slotOf(plain, member);
+  static qel::sys::Lasting<MFile> plain([] { return MFile(0); });
+  return slotOf(file, member) != slotOf(*plain, member);
 }
 
 // Either order of bytes; on a little-endian machine the loop is empty.

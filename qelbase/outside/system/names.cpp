@@ -12,6 +12,7 @@
 #include <shared_mutex>
 
 #include "qelbase/outside/system/errors.h"
+#include "qelbase/outside/system/lasting_internal.h"
 #include "qelbase/outside/system/names_internal.h"
 #include "qelbase/outside/system/syscalls_internal.h"
 
@@ -45,8 +46,8 @@ struct Roots {
 };
 
 Roots& roots() {
-  static Roots instance;
-  return instance;
+  static Lasting<Roots> instance;
+  return *instance;
 }
 
 std::string rootText(std::string_view native_root) {
