@@ -235,7 +235,7 @@ TEST(CRijndael, DoesNothingWithLengthsThatAreNegativeIn32Bits) {
 }
 
 TEST(CRijndael, LeavesNothingOfAKeyBehind) {
-  alignas(CRijndael) unsigned char memory[sizeof(CRijndael)];
+  alignas(CRijndael) unsigned char memory[sizeof(CRijndael)] = {};  // also between its members
   auto* cipher = new (memory) CRijndael(Setting{32, 32, 0}.made());
   cipher->~CRijndael();
   // Volatile, so that the compiler can't conclude what a dead object holds.
