@@ -5,6 +5,9 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <array>
+#include <atomic>
+#include <thread>
 #include <vector>
 
 #include "qelbase/outside/system/errors.h"
@@ -52,6 +55,39 @@ class Registry : public testing::Test {
 
   RegistryFolder m_registry;
 };
+
+// Threads open, use and close each other's keys: a handle stands for its own key, or for none.
+TEST_F(Registry, HandlesAreRightOrStaleWhileOthersCloseThem) {
+  constexpr int kKeys = 4;
+  constexpr int kTurns = 4000;
+  const std::array<const wchar_t*, kKeys> paths = {L"a", L"b", L"c", L"d"};
+  for (int i = 0; i < kKeys; ++i) {
+    const HKEY key = make(HKEY_CURRENT_USER, paths[i]);
+    set(key, L"v", std::string(1, static_cast<char>('a' + i)));
+    RegCloseKey(key);
+  }
+  std::array<std::atomic<HKEY>, kKeys> open{};
+  std::atomic<int> right = 0, stale = 0, wrong = 0;
+  const auto work = [&](int first) {
+    for (int turn = 0; turn < kTurns; ++turn) {
+      const int i = (first + turn) % kKeys;
+      HKEY fresh = nullptr;
+      if (RegOpenKeyExW(HKEY_CURRENT_USER, paths[i], 0, KEY_READ, &fresh) != 0) ++wrong;
+      const HKEY old = open[i].exchange(fresh);
+      const std::string text = get(open[i].load(), L"v");
+      ++(text == std::string(1, static_cast<char>('a' + i)) ? right
+         : text == "code 6"                                 ? stale
+                                                            : wrong);
+      if (old && RegCloseKey(old) != 0) ++wrong;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) threads.emplace_back(work, i);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_GT(right, 0);
+  for (const auto& key : open) EXPECT_EQ(RegCloseKey(key), 0);
+}
 
 TEST_F(Registry, FindsNamesInAnyCaseAndKeepsTheFirst) {
   const HKEY key = make(HKEY_CURRENT_USER, L"Software\\Größe\\\xD83D");  // a lone surrogate

@@ -89,6 +89,24 @@ bool exists(const std::string& name) {
   return isYes(Calls().stat(name.c_str(), &status));
 }
 
+// Shared for the time of a transaction. One inside another is behind the gate already, where a fork
+// that waits at it must not come between.
+class TransactionGate {
+ public:
+  TransactionGate() {
+    if (m_depth++ == 0) ForkGate().lock_shared();
+  }
+  ~TransactionGate() {
+    if (--m_depth == 0) ForkGate().unlock_shared();
+  }
+  TransactionGate(const TransactionGate&) = delete;
+  TransactionGate& operator=(const TransactionGate&) = delete;
+
+ private:
+  static constinit thread_local int m_depth;
+};
+constinit thread_local int TransactionGate::m_depth = 0;
+
 class Transaction {
  public:
   Transaction(Connection& connection, const char* begin) : m_connection(connection) {
@@ -346,7 +364,7 @@ bool Hive::isWritable() {
 
 DWORD Hive::read(const Reading& run) {
   for (int tries = 0;; ++tries) {
-    const std::shared_lock gate(ForkGate());
+    const TransactionGate gate;
     try {
       if (m_immutable && exists(m_plan.file + "-wal")) close();  // somebody began to write
       if (const DWORD code = open()) return code;
@@ -364,7 +382,7 @@ DWORD Hive::read(const Reading& run) {
 
 DWORD Hive::write(const Writing& run) {
   for (;;) {
-    const std::shared_lock gate(ForkGate());
+    const TransactionGate gate;
     if (const DWORD code = open()) return code;
     if (!m_writable) return ERROR_ACCESS_DENIED;
     try {
@@ -387,7 +405,7 @@ DWORD Hive::write(const Writing& run) {
 }
 
 DWORD Hive::flush() {
-  const std::shared_lock gate(ForkGate());
+  const TransactionGate gate;
   if (const DWORD code = open()) return code;
   if (!m_writable) return ERROR_SUCCESS;
   try {
